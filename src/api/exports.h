@@ -1,0 +1,144 @@
+/* What a host of orvane_mcp sees: the ten functions, the records that cross the boundary, the command ids.
+ *
+ * Compiles as C11 and as C++20 and includes nothing but the language's own headers.
+ * 1. Results are 32-bit: 1 means yes or success, 0 no or failure.
+ * 2. Text is NUL-terminated UTF-16. A capacity counts code units, the terminator included; a text that does
+ *    not fit is cut and terminated, which is no failure.
+ * 3. No function throws, and none keeps a pointer that the caller passed in. One exception to the first half:
+ *    OrvaneMcp_RunStdioBridge ends with the standard library's system error when no thread can be started.
+ * 4. Every function may be called from any thread. Start and stop are for one thread at a time.
+ * 5. A started server or bridge keeps the library in the process: freeing the module afterwards does no harm.
+ */
+#ifndef ORVANE_MCP_EXPORTS_H
+#define ORVANE_MCP_EXPORTS_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <wchar.h>
+
+/* One UTF-16 code unit: wchar_t wherever that has 16 bits, which it has on Windows. */
+#if WCHAR_MAX <= 0xFFFF
+typedef wchar_t OrvaneMcpChar;
+#elif defined(__cplusplus)
+typedef char16_t OrvaneMcpChar;
+#else
+typedef uint_least16_t OrvaneMcpChar;
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* What the host says at the start. Only read during the call. */
+typedef struct ControlServerStartInfo {
+    uint64_t Reserved;             /* not read */
+    void* HostWindowHandle;        /* the window (HWND) that answers HostCommandMessage */
+    uint32_t ProcessIdOverride;    /* the number in the pipe's name; 0: the current process id */
+    OrvaneMcpChar Directory[1024]; /* the launcher's directory, read to its NUL; empty: the library's own */
+} ControlServerStartInfo;
+
+/* One connected client, as OrvaneMcp_GetClientInfo tells it. */
+typedef struct ClientInfo {
+    uint32_t Size; /* set by the host to sizeof(ClientInfo) or more */
+    OrvaneMcpChar DisplayName[128];
+    OrvaneMcpChar Transport[64];
+    OrvaneMcpChar ConnectedAt[64]; /* local time, "2026-01-31 08:15:00"; empty when it can't be told */
+} ClientInfo;
+
+/* The window message by which a command reaches the host: wParam is 0, lParam the address of a HostCommand. */
+enum { HostCommandMessage = 34464 };
+
+/* What a HostCommand asks for. Ids are fixed for all time. */
+typedef enum HostCommandId {
+    HostCommandId_SelectNet = 1,
+    HostCommandId_GetBoardState = 2,
+    HostCommandId_SelectComponent = 3,
+    HostCommandId_SelectPin = 4,
+    HostCommandId_FindComponents = 5,
+    HostCommandId_GetComponent = 6,
+    HostCommandId_GetNet = 7,
+    HostCommandId_ListComponents = 8,
+    HostCommandId_SearchFiles = 9,
+    HostCommandId_GetDiagnosticHints = 10,
+    HostCommandId_SearchIndexedContent = 11,
+    HostCommandId_GetPdfPageContext = 12,
+    HostCommandId_UpdateComponent = 13,
+    HostCommandId_UpdateNet = 14,
+    HostCommandId_ExportOrv = 15,
+    HostCommandId_PdfiumExtractText = 16,
+    HostCommandId_BulkUpdateComponents = 17
+} HostCommandId;
+
+/* One command for the host. The library owns the record and all it points to; it is valid only until the
+ * window procedure returns. The host answers in Success and in Reply or LongReply, and returns non-zero from the
+ * message: a command has succeeded only when Success and that result are both non-zero. */
+typedef struct HostCommand {
+    uint32_t Size;                 /* sizeof(HostCommand) */
+    int32_t CommandId;             /* a HostCommandId */
+    OrvaneMcpChar Text[1024];      /* the first 1023 code units of the command text */
+    int32_t Success;               /* host: non-zero when the command succeeded */
+    OrvaneMcpChar Reply[16384];    /* host: the reply text, when it fits with its NUL */
+    uint32_t Reserved;             /* 0 */
+    const OrvaneMcpChar* LongText; /* the whole command text, NUL-terminated, never null */
+    uint32_t LongTextLength;       /* in code units, without the terminator */
+    OrvaneMcpChar* LongReply;      /* host: a reply of any length from CoTaskMemAlloc; the library frees it */
+    uint32_t LongReplyLength;      /* host: in code units; the block needs no terminator */
+} HostCommand;
+
+/* Serves one MCP client over standard input and output until input ends. For the launcher; returns 0. */
+int32_t OrvaneMcp_RunStdioBridge(void);
+
+/* Starts the control server; `info` may be null. 1 when the server runs, also when it already did.
+ * On 0 OrvaneMcp_GetLastError has the reason. */
+int32_t OrvaneMcp_StartControlServer(const ControlServerStartInfo* info);
+
+/* Stops the control server and withdraws its announcement. Waits 2 s at most for sessions under way. */
+void OrvaneMcp_StopControlServer(void);
+
+/* 11, in any state. */
+int32_t OrvaneMcp_GetApiVersion(void);
+
+/* The pipe's name and the launcher's path as the last start set them, kept after a stop. 0 for a null buffer or
+ * a capacity below 1, else 1. */
+int32_t OrvaneMcp_GetPipeName(OrvaneMcpChar* buffer, int32_t capacity);
+int32_t OrvaneMcp_GetServerPath(OrvaneMcpChar* buffer, int32_t capacity);
+
+/* The last failure, kept after a stop. 1 when there is one; 0 when there is none, or for a bad buffer. */
+int32_t OrvaneMcp_GetLastError(OrvaneMcpChar* buffer, int32_t capacity);
+
+/* The number of clients connected now, and one of them by its place in the order of arrival. A client that leaves
+ * moves the later ones down, so accept 0 for an index that has just gone. */
+int32_t OrvaneMcp_GetClientCount(void);
+int32_t OrvaneMcp_GetClientInfo(int32_t index, ClientInfo* info);
+
+/* Ends every client's connection and waits about a second for the sessions to go. 0 only when sessions outlast the
+ * wait although there was no connection to end. */
+int32_t OrvaneMcp_DisconnectClients(void);
+
+#ifdef __cplusplus
+}
+#define ORVANE_MCP_PIN_LAYOUT(condition) static_assert(condition, #condition)
+#else
+#define ORVANE_MCP_PIN_LAYOUT(condition) _Static_assert(condition, #condition)
+#endif
+
+ORVANE_MCP_PIN_LAYOUT(sizeof(OrvaneMcpChar) == 2);
+ORVANE_MCP_PIN_LAYOUT(offsetof(ControlServerStartInfo, HostWindowHandle) == 8);
+ORVANE_MCP_PIN_LAYOUT(offsetof(ControlServerStartInfo, ProcessIdOverride) == 16);
+ORVANE_MCP_PIN_LAYOUT(offsetof(ControlServerStartInfo, Directory) == 20);
+ORVANE_MCP_PIN_LAYOUT(offsetof(ClientInfo, DisplayName) == 4);
+ORVANE_MCP_PIN_LAYOUT(offsetof(ClientInfo, Transport) == 260);
+ORVANE_MCP_PIN_LAYOUT(offsetof(ClientInfo, ConnectedAt) == 388);
+ORVANE_MCP_PIN_LAYOUT(sizeof(ClientInfo) == 516);
+ORVANE_MCP_PIN_LAYOUT(offsetof(HostCommand, CommandId) == 4);
+ORVANE_MCP_PIN_LAYOUT(offsetof(HostCommand, Text) == 8);
+ORVANE_MCP_PIN_LAYOUT(offsetof(HostCommand, Success) == 2056);
+ORVANE_MCP_PIN_LAYOUT(offsetof(HostCommand, Reply) == 2060);
+ORVANE_MCP_PIN_LAYOUT(offsetof(HostCommand, Reserved) == 34828);
+ORVANE_MCP_PIN_LAYOUT(offsetof(HostCommand, LongText) == 34832);
+ORVANE_MCP_PIN_LAYOUT(offsetof(HostCommand, LongTextLength) == 34840);
+ORVANE_MCP_PIN_LAYOUT(offsetof(HostCommand, LongReply) == 34848);
+ORVANE_MCP_PIN_LAYOUT(offsetof(HostCommand, LongReplyLength) == 34856);
+ORVANE_MCP_PIN_LAYOUT(sizeof(HostCommand) == 34864);
+
+#endif

@@ -1,0 +1,43 @@
+/// Owners of system resources: each gives its resource back when it goes out of scope.
+#pragma once
+
+#include "platform/platform.h"
+
+#include <memory>
+#include <utility>
+
+/// Owns a handle that CloseHandle closes. Empty holds INVALID_HANDLE_VALUE; null counts as empty too, since the
+/// calls of Windows report failure by either.
+class OwnedHandle {
+  public:
+    OwnedHandle() = default;
+    explicit OwnedHandle(HANDLE handle) : handle_(handle) {}
+    OwnedHandle(OwnedHandle&& other) noexcept : handle_(other.Release()) {}
+    OwnedHandle& operator=(OwnedHandle&& other) noexcept {
+        std::swap(handle_, other.handle_);
+        return *this;
+    }
+    ~OwnedHandle() {
+        if (*this) CloseHandle(handle_);
+    }
+
+    explicit operator bool() const { return handle_ != INVALID_HANDLE_VALUE && handle_ != nullptr; }
+    HANDLE Get() const { return handle_; }
+    HANDLE Release() { return std::exchange(handle_, INVALID_HANDLE_VALUE); }
+
+  private:
+    HANDLE handle_ = INVALID_HANDLE_VALUE;
+};
+
+/// An open registry key, closed with RegCloseKey.
+struct RegistryKeyCloser {
+    using pointer = HKEY;
+    void operator()(HKEY key) const { RegCloseKey(key); }
+};
+using OwnedRegistryKey = std::unique_ptr<HKEY, RegistryKeyCloser>;
+
+/// A block of the COM task allocator.
+struct TaskMemoryFreer {
+    void operator()(WCHAR* block) const { CoTaskMemFree(block); }
+};
+using OwnedTaskText = std::unique_ptr<WCHAR, TaskMemoryFreer>;
