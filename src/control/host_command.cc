@@ -1,0 +1,54 @@
+#include "control/host_command.h"
+
+#include "api/exports.h"
+#include "control/protocol.h"
+#include "control/state.h"
+#include "platform/owned.h"
+#include "text/wide.h"
+
+#include <algorithm>
+#include <limits>
+#include <mutex>
+#include <utility>
+
+namespace {
+
+HWND FindHostWindow(std::uint64_t serverRun) {
+    ControlServerState& state = ServerState();
+    const std::lock_guard lock(state.ServerLock);
+    return state.ServerRun == serverRun ? state.HostWindow : nullptr;
+}
+
+/// The text that the host has left in the record; a block of its own is freed, whatever happens to its text.
+std::string TakeReplyText(HostCommand& command) {
+    if (command.LongReply == nullptr) {
+        const auto* const end = std::find(std::begin(command.Reply), std::end(command.Reply), WCHAR(0));
+        return WideToUtf8(WideView(command.Reply, static_cast<std::size_t>(end - command.Reply)));
+    }
+    const OwnedTaskText block(std::exchange(command.LongReply, nullptr));
+    return WideToUtf8(WideView(block.get(), std::exchange(command.LongReplyLength, 0)));
+}
+
+}  // namespace
+
+std::string SendHostCommand(std::int32_t commandId, std::string_view text, std::uint64_t serverRun) {
+    const HWND window = FindHostWindow(serverRun);
+    if (window == nullptr || IsWindow(window) == 0) return "ERR\tOrvane main window is not available.";
+
+    const WideString wideText = Utf8ToWide(text);
+    HostCommand command{};
+    command.Size = sizeof command;
+    command.CommandId = commandId;
+    command.LongText = wideText.c_str();
+    command.LongTextLength =
+        static_cast<std::uint32_t>(std::min<std::size_t>(wideText.size(), std::numeric_limits<std::uint32_t>::max()));
+    wcsncpy_s(command.Text, std::size(command.Text), wideText.c_str(), _TRUNCATE);
+
+    const LRESULT result = SendMessageW(window, HostCommandMessage, 0, reinterpret_cast<LPARAM>(&command));
+
+    // The text and the verdict are chosen apart: a host explains a failure by a text without success.
+    std::string replyText = TakeReplyText(command);
+    if (replyText.empty()) replyText = command.Success != 0 ? "OK" : "Orvane command failed.";
+    const bool succeeded = command.Success != 0 && result != 0;
+    return std::string(succeeded ? OkReplyPrefix : ErrorReplyPrefix) + EscapeReplyText(replyText);
+}

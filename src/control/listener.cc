@@ -1,0 +1,91 @@
+#include "control/listener.h"
+
+#include "control/pipe_instance.h"
+#include "control/session.h"
+#include "control/state.h"
+
+#include <memory>
+#include <mutex>
+#include <new>
+
+namespace {
+
+constexpr DWORD PipeBufferSize = 512;
+
+/// Tells the stop that the listener is through, on every way out.
+struct ListenerEnd {
+    ~ListenerEnd() { ServerState().ListenerEnded = true; }
+};
+
+/// Shows an instance to the stop for as long as it waits for its client.
+class ListeningScope {
+  public:
+    explicit ListeningScope(std::shared_ptr<PipeInstance> instance) { Publish(std::move(instance)); }
+    ListeningScope(const ListeningScope&) = delete;
+    ListeningScope& operator=(const ListeningScope&) = delete;
+    ~ListeningScope() { Publish(nullptr); }
+
+  private:
+    static void Publish(std::shared_ptr<PipeInstance> instance) {
+        const std::lock_guard lock(ServerState().ServerLock);
+        ServerState().ListeningInstance.swap(instance);
+    }
+};
+
+std::shared_ptr<PipeInstance> CreateInstance() {
+    OwnedHandle pipe(CreateNamedPipeW(ServerState().PipeName.c_str(), PIPE_ACCESS_DUPLEX,
+                                      PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, PIPE_UNLIMITED_INSTANCES,
+                                      PipeBufferSize, PipeBufferSize, 0, nullptr));
+    return pipe ? std::make_shared<PipeInstance>(std::move(pipe)) : nullptr;
+}
+
+/// Blocks until a client has opened the instance. One that came before this call counts as well.
+bool WaitForClient(const std::shared_ptr<PipeInstance>& instance) {
+    const ListeningScope listening(instance);
+    return ConnectNamedPipe(instance->Pipe.Get(), nullptr) != 0 || GetLastError() == ERROR_PIPE_CONNECTED;
+}
+
+void AcceptClients(std::uint64_t serverRun) {
+    while (IsServing(serverRun)) {
+        std::shared_ptr<PipeInstance> instance = CreateInstance();
+        if (!instance) return SetLastErrorText(TEXT("Failed to create Orvane MCP control pipe."));
+        const bool connected = WaitForClient(instance);
+        // A stop connects to the pipe as well, only to bring the listener here.
+        if (!IsServing(serverRun)) return;
+        // Without a thread for it the connection is closed and the next client has its turn.
+        if (connected) StartClientSession(std::move(instance), serverRun);
+    }
+}
+
+}  // namespace
+
+void RunPipeListener(std::uint64_t serverRun) noexcept {
+    const ListenerEnd end;
+    try {
+        AcceptClients(serverRun);
+    } catch (const std::bad_alloc&) {
+        // No memory for an instance: the listener ends as it does when the system has none to give.
+        try {
+            SetLastErrorText(TEXT("Failed to create Orvane MCP control pipe."));
+        } catch (const std::bad_alloc&) {
+        }
+    }
+}
+
+void WakeListener() {
+    constexpr DWORD pause = 1;
+    ControlServerState& state = ServerState();
+    // Repeated, since one try may fall between two instances; and with the wait cancelled too, since the open may
+    // reach another process that serves a pipe of the same name.
+    while (!state.ListenerEnded) {
+        const OwnedHandle wakeUp(CreateFileW(state.PipeName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        std::shared_ptr<PipeInstance> listening;
+        {
+            const std::lock_guard lock(state.ServerLock);
+            listening = state.ListeningInstance;
+        }
+        if (listening) CancelIoEx(listening->Pipe.Get(), nullptr);
+        Sleep(pause);
+    }
+}

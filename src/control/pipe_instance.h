@@ -1,0 +1,49 @@
+/// One instance of the control pipe: the server's end of one connection.
+#pragma once
+
+#include "platform/owned.h"
+
+#include <atomic>
+#include <string_view>
+#include <utility>
+
+/// Shared by the session that serves it, its entry in the client list and whoever ends it from outside. The handle is
+/// closed when the last of them lets go, so no one acts on a handle that was closed or that the system gave out anew.
+struct PipeInstance {
+    explicit PipeInstance(OwnedHandle pipe) : Pipe(std::move(pipe)) {}
+
+    const OwnedHandle Pipe;
+    /// Set by EndConnection. From then on the session starts no further blocking call.
+    std::atomic<bool> Leaving = false;
+    /// True while the session is inside a pipe call.
+    std::atomic<bool> InCall = false;
+    /// Set when a reply could not be written whole; nothing more is written then. Session thread only.
+    bool Broken = false;
+};
+
+/// Announces a pipe call of the session for as long as it lives. False, with nothing announced, once the connection
+/// is being ended: the session must not make the call then.
+class PipeCall {
+  public:
+    explicit PipeCall(PipeInstance& instance) : instance_(instance) {
+        // Announced before the look at Leaving: EndConnection sets that before it looks at InCall, so that one of the
+        // two always sees the other.
+        instance_.InCall = true;
+        if (instance_.Leaving) instance_.InCall = false;
+    }
+    PipeCall(const PipeCall&) = delete;
+    PipeCall& operator=(const PipeCall&) = delete;
+    ~PipeCall() { instance_.InCall = false; }
+
+    explicit operator bool() const { return instance_.InCall; }
+
+  private:
+    PipeInstance& instance_;
+};
+
+/// Ends the client's connection from another thread: frees the session from a call that blocks, then disconnects.
+void EndConnection(PipeInstance& instance);
+
+/// Writes a reply and its line feed. Blocks until the pipe has taken them; failures show at the session's next call.
+/// Session thread only.
+void WriteReplyLine(PipeInstance& instance, std::string_view text);

@@ -1,0 +1,74 @@
+/// What the bridge and the control server say to each other, and how they find each other: the one header that both
+/// halves of the library include.
+///
+/// On the pipe: a greeting, HELLO and the client's name in one write, answered by "OK"; then request lines, each
+/// answered by one reply line. A line ends with one line feed. All text is UTF-8.
+#pragma once
+
+#include "text/wide.h"
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+// ---- Finding the server ------------------------------------------------------------------------------------------
+
+/// The viewer's image name.
+inline constexpr const WCHAR* ViewerImageName = TEXT("Orvane.exe");
+
+/// The control pipe's name for a process id.
+WideString ControlPipeName(DWORD processId);
+
+/// The announcement of a running control server, under HKEY_CURRENT_USER. One slot for the whole user.
+namespace Announcement {
+inline constexpr const WCHAR* Key = TEXT("Software\\Orvane\\MCP");
+inline constexpr const WCHAR* ControlServerEnabled = TEXT("ControlServerEnabled");  // REG_DWORD, 0 or 1
+inline constexpr const WCHAR* ProcessId = TEXT("ProcessId");                        // REG_DWORD
+inline constexpr const WCHAR* PipeName = TEXT("PipeName");                          // REG_SZ
+}  // namespace Announcement
+
+// ---- The greeting -------------------------------------------------------------------------------------------------
+
+inline constexpr char HelloPrefix[] = "HELLO ";
+
+/// The server takes the greeting with one read of this many bytes; the line feed counts.
+inline constexpr std::size_t LongestHelloLine = 255;
+
+inline constexpr std::string_view HelloReply = "OK";
+
+// ---- Requests -----------------------------------------------------------------------------------------------------
+
+/// A verb's tab belongs to it; what follows is the payload.
+namespace Verb {
+inline constexpr std::string_view GetBoardState = "GET_BOARD_STATE";
+inline constexpr std::string_view SelectNet = "SELECT_NET\t";
+inline constexpr std::string_view SelectComponent = "SELECT_COMPONENT\t";
+inline constexpr std::string_view SelectPin = "SELECT_PIN\t";
+inline constexpr std::string_view FindComponents = "FIND_COMPONENTS\t";
+inline constexpr std::string_view FindComponentsUi = "FIND_COMPONENTS_UI\t";
+inline constexpr std::string_view GetComponent = "GET_COMPONENT\t";
+inline constexpr std::string_view GetNet = "GET_NET\t";
+inline constexpr std::string_view UpdateComponent = "UPDATE_COMPONENT\t";
+inline constexpr std::string_view BulkUpdateComponents = "BULK_UPDATE_COMPONENTS\t";
+inline constexpr std::string_view UpdateNet = "UPDATE_NET\t";
+inline constexpr std::string_view ExportOrv = "EXPORT_ORV\t";
+inline constexpr std::string_view ListComponents = "LIST_COMPONENTS\t";
+inline constexpr std::string_view SearchFiles = "SEARCH_FILES\t";
+inline constexpr std::string_view SearchIndexedContent = "SEARCH_INDEXED_CONTENT\t";
+inline constexpr std::string_view GetPdfPageContext = "GET_PDF_PAGE_CONTEXT\t";
+inline constexpr std::string_view PdfiumExtractText = "PDFIUM_EXTRACT_TEXT\t";
+inline constexpr std::string_view GetDiagnosticHints = "GET_DIAGNOSTIC_HINTS\t";
+inline constexpr std::string_view ClientName = "CLIENT_NAME\t";
+}  // namespace Verb
+
+// ---- Replies ------------------------------------------------------------------------------------------------------
+
+inline constexpr std::string_view OkReplyPrefix = "OK\t";
+inline constexpr std::string_view ErrorReplyPrefix = "ERR\t";
+
+/// Keeps a reply text on one line: line feeds, carriage returns and backslashes become a backslash and a letter or a
+/// second backslash; every other byte stays.
+std::string EscapeReplyText(std::string_view text);
+
+/// Undoes EscapeReplyText. A backslash before any other byte, or at the end, stays as it is.
+std::string UnescapeControlText(std::string_view text);

@@ -1,0 +1,103 @@
+#include "control/server.h"
+
+#include "api/exports.h"
+#include "control/announcement.h"
+#include "control/clients.h"
+#include "control/listener.h"
+#include "control/protocol.h"
+#include "control/state.h"
+#include "platform/module.h"
+#include "text/paths.h"
+
+#include <cstddef>
+#include <exception>
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+namespace {
+
+/// The launcher's directory as the host gives it. The text has no bound but its NUL: the array in the declaration is
+/// the host's convenience, and its record may be longer or shorter.
+WideString LauncherDirectory(const ControlServerStartInfo* info) {
+    if (info != nullptr) {
+        const auto* const bytes = reinterpret_cast<const char*>(info);
+        const auto* const given = reinterpret_cast<const WCHAR*>(bytes + offsetof(ControlServerStartInfo, Directory));
+        if (*given != 0) return given;
+    }
+    return ResolveModuleDirectory();
+}
+
+/// Sets all that a run of the server stands on, and gives the run's number.
+std::uint64_t PrepareRun(const ControlServerStartInfo* info, const WideString& directory) {
+    const bool overridden = info != nullptr && info->ProcessIdOverride != 0;
+    ControlServerState& state = ServerState();
+    WideString pipeName = ControlPipeName(overridden ? info->ProcessIdOverride : GetCurrentProcessId());
+    WideString serverPath = JoinPath(directory, LauncherFileName);
+    const std::lock_guard lock(state.ServerLock);
+    state.PipeName.swap(pipeName);
+    state.ServerPath.swap(serverPath);
+    state.LastErrorText.clear();
+    state.HostWindow = info != nullptr ? static_cast<HWND>(info->HostWindowHandle) : nullptr;
+    ClearClients();
+    state.NextClientId = 1;
+    state.ListenerEnded = false;
+    return ++state.ServerRun;
+}
+
+/// Waits for the sessions to end, within limits: one that sits in a host command may be waiting for this very thread.
+void WaitForSessions() {
+    constexpr int looks = 40;
+    constexpr DWORD pause = 50;
+    for (int i = 0; i < looks && ServerState().ActiveSessions >= 1; ++i) Sleep(pause);
+}
+
+}  // namespace
+
+WideString ResolveModuleDirectory() {
+    return ParentDirectory(ModulePath(ServerState().ModuleHandle));
+}
+
+std::int32_t OrvaneMcp_StartControlServer(const ControlServerStartInfo* info) try {
+    ControlServerState& state = ServerState();
+    if (state.Running) return 1;
+    const WideString directory = LauncherDirectory(info);
+    if (directory.empty()) {
+        SetLastErrorText(TEXT("Failed to resolve Orvane directory."));
+        return 0;
+    }
+    const std::uint64_t serverRun = PrepareRun(info, directory);
+    state.Running = true;
+    // Before the first instance exists: a bridge that comes too early tries again.
+    AnnounceControlServer(true);
+    PinOwnModule();
+    try {
+        state.ListenerThread = std::thread(RunPipeListener, serverRun);
+        return 1;
+    } catch (const std::exception&) {
+        state.Running = false;
+        AnnounceControlServer(false);
+        SetLastErrorText(TEXT("Failed to start Orvane MCP control server thread."));
+        return 0;
+    }
+} catch (const std::exception&) {
+    // No memory for the names: nothing has been started.
+    return 0;
+}
+
+void OrvaneMcp_StopControlServer() {
+    ControlServerState& state = ServerState();
+    const bool wasRunning = state.Running.exchange(false);
+    if (wasRunning) {
+        WakeListener();
+        if (state.ListenerThread.joinable()) state.ListenerThread.join();
+        WaitForSessions();
+    }
+    {
+        const std::lock_guard lock(state.ServerLock);
+        ClearClients();
+        state.HostWindow = nullptr;
+    }
+    // The slot may be another viewer's by now, so a stop without a server leaves it alone.
+    if (wasRunning) AnnounceControlServer(false);
+}

@@ -1,0 +1,10 @@
+/// Paths as text: nothing here looks at a disk.
+#pragma once
+
+#include "text/wide.h"
+
+/// The text before the last backslash or slash, without it; empty when there is none. "C:\x" gives "C:".
+WideString ParentDirectory(WideView path);
+
+/// `fileName` in `directory`, with a backslash between them unless `directory` is empty or ends in a separator.
+WideString JoinPath(WideString directory, WideView fileName);
