@@ -1,0 +1,180 @@
+#include "hostlink/connection.h"
+
+#include "control/protocol.h"
+#include "hostlink/client_identity.h"
+#include "hostlink/discovery.h"
+#include "platform/module.h"
+#include "platform/owned.h"
+#include "text/trim.h"
+#include "text/wide.h"
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <new>
+#include <thread>
+
+namespace {
+
+constexpr DWORD WatcherPause = 1000;
+constexpr DWORD WatcherConnectTimeOut = 1000;
+constexpr DWORD PauseBetweenPasses = 100;
+constexpr DWORD BusyPipeWait = 250;
+constexpr DWORD ReadSize = 256;
+
+/// The connection's state, one for the process. It is never destroyed: the watcher runs until the process has gone.
+struct ControlLink {
+    /// Guards all below, and every byte sent or received on the pipe.
+    std::mutex ControlMutex;
+    /// The client end of the pipe. Written under the mutex; atomic because the end of the bridge looks at it first
+    /// without, so as not to wait for an attempt to connect that is under way.
+    std::atomic<HANDLE> ControlHandle = INVALID_HANDLE_VALUE;
+    std::string BridgeClientName;
+    std::atomic<unsigned char> ControlWatcherStarted = 0;
+};
+
+ControlLink& Link() {
+    static ControlLink& link = *new ControlLink;
+    return link;
+}
+
+/// Closes the connection. The caller holds ControlMutex.
+void CloseLocked() {
+    const OwnedHandle closing(Link().ControlHandle.exchange(INVALID_HANDLE_VALUE));
+}
+
+/// True when one write took the whole text.
+bool WriteWhole(HANDLE pipe, std::string_view text) {
+    DWORD written = 0;
+    return WriteFile(pipe, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) != 0 &&
+           written == text.size();
+}
+
+/// One walk over the pipes that may have a viewer behind them: the first that opens, or nothing.
+OwnedHandle OpenFirstPipe() {
+    for (const WideString& name : FindControlPipes()) {
+        OwnedHandle pipe(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (pipe) return pipe;
+        // The next pass comes back to a busy pipe; in this one the others have their turn.
+        if (GetLastError() == ERROR_PIPE_BUSY) WaitNamedPipeW(name.c_str(), BusyPipeWait);
+    }
+    return {};
+}
+
+/// Searches until a pipe opens or `timeoutMs` is over, which is looked at between two passes only.
+OwnedHandle SearchPipe(DWORD timeoutMs) {
+    const DWORD start = GetTickCount();
+    while (GetTickCount() - start < timeoutMs) {
+        if (OwnedHandle pipe = OpenFirstPipe()) return pipe;
+        Sleep(PauseBetweenPasses);
+    }
+    return {};
+}
+
+/// Says HELLO on a pipe just opened. True when the viewer has taken the client in.
+bool Greet(HANDLE pipe, std::string_view clientName) {
+    std::string line = HelloPrefix + std::string(clientName);
+    // The server takes the greeting with a single read: what lay behind that would count as a request.
+    line.resize(std::min(line.size(), LongestHelloLine - 1));
+    line += '\n';
+    // One write for one read. A write that failed shows in the read that follows.
+    WriteWhole(pipe, line);
+    std::string reply;
+    return ReadControlLine(pipe, reply) && reply == HelloReply;
+}
+
+/// Writes the line and reads its reply.
+bool Exchange(HANDLE pipe, std::string_view line, std::string& reply) {
+    return WriteWhole(pipe, line) && WriteWhole(pipe, "\n") && ReadControlLine(pipe, reply);
+}
+
+/// One look of the watcher.
+void WatchOnce() {
+    const bool found = !FindControlPipes().empty();
+    {
+        const std::lock_guard lock(Link().ControlMutex);
+        if (!found) return CloseLocked();
+        if (Link().ControlHandle != INVALID_HANDLE_VALUE) return;
+    }
+    ConnectControlPipe(WatcherConnectTimeOut);
+}
+
+}  // namespace
+
+bool EnsureControlConnection(DWORD timeoutMs) {
+    {
+        const std::lock_guard lock(Link().ControlMutex);
+        if (Link().ControlHandle != INVALID_HANDLE_VALUE) return true;
+    }
+    return ConnectControlPipe(timeoutMs);
+}
+
+bool ConnectControlPipe(DWORD timeoutMs) {
+    ControlLink& link = Link();
+    const std::lock_guard lock(link.ControlMutex);
+    if (link.ControlHandle != INVALID_HANDLE_VALUE) return true;
+    OwnedHandle pipe = SearchPipe(timeoutMs);
+    if (!pipe) return false;
+    link.BridgeClientName = BuildClientName();
+    if (!Greet(pipe.Get(), link.BridgeClientName)) return false;
+    link.ControlHandle = pipe.Release();
+    return true;
+}
+
+bool SendControlLine(std::string_view line, std::string& reply) {
+    reply.clear();
+    const std::lock_guard lock(Link().ControlMutex);
+    const HANDLE pipe = Link().ControlHandle;
+    if (pipe == INVALID_HANDLE_VALUE) return false;
+    if (Exchange(pipe, line, reply)) return true;
+    CloseLocked();
+    return false;
+}
+
+bool ReadControlLine(HANDLE pipe, std::string& reply) try {
+    reply.clear();
+    char chunk[ReadSize];
+    for (std::size_t lineFeed = std::string::npos; lineFeed == std::string::npos;) {
+        DWORD count = 0;
+        if (ReadFile(pipe, chunk, ReadSize, &count, nullptr) == 0 || count == 0) return false;
+        const std::string_view arrived(chunk, count);
+        lineFeed = arrived.find('\n');
+        reply.append(arrived.substr(0, lineFeed));
+    }
+    reply.resize(WithoutLineEnd(reply).size());
+    return true;
+} catch (const std::bad_alloc&) {
+    // A line larger than memory counts as a broken pipe: its rest must not be taken for the next reply.
+    reply = std::string();
+    return false;
+}
+
+void CloseControlConnection() {
+    if (Link().ControlHandle == INVALID_HANDLE_VALUE) return;
+    const std::lock_guard lock(Link().ControlMutex);
+    CloseLocked();
+}
+
+std::string LastClientName() {
+    const std::lock_guard lock(Link().ControlMutex);
+    return Link().BridgeClientName;
+}
+
+void StartControlWatcher() {
+    unsigned char expected = 0;
+    if (!Link().ControlWatcherStarted.compare_exchange_strong(expected, 1)) return;
+    PinOwnModule();
+    std::thread(ControlWatcher).detach();
+}
+
+void ControlWatcher() {
+    for (;;) {
+        Sleep(WatcherPause);
+        try {
+            WatchOnce();
+        } catch (const std::bad_alloc&) {
+            // Short of memory for a moment: the next look tries again.
+        }
+    }
+}

@@ -1,0 +1,42 @@
+/// The bridge's one connection to a viewer's control pipe: opened when it is needed, kept up by a background
+/// watcher, closed when it breaks. Two threads come here, the bridge's own and the watcher; one mutex guards the
+/// connection and every byte on it, and it is held for a whole exchange or a whole attempt to connect.
+#pragma once
+
+#include "platform/platform.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+/// How long the bridge's own thread looks for a viewer each time, in milliseconds.
+inline constexpr DWORD MainThreadConnectTimeOut = 2000;
+
+/// True when the bridge is connected on return, after a search of `timeoutMs` at most if it was not. A connection
+/// that is open but dead counts as connected: nothing is sent to find out.
+bool EnsureControlConnection(DWORD timeoutMs);
+
+/// One attempt to find a viewer, open its pipe and say HELLO. `timeoutMs` bounds the search, not the greeting; 0
+/// makes no attempt. To be called without ControlMutex.
+bool ConnectControlPipe(DWORD timeoutMs);
+
+/// Sends one control line and waits for its reply line, both without the line feed. Holds ControlMutex for the whole
+/// exchange, however long the viewer takes. False when not connected or when the pipe broke; the connection is closed
+/// then and `reply` means nothing.
+bool SendControlLine(std::string_view line, std::string& reply);
+
+/// Reads one line from `pipe` without its line end, and drops what came behind it. False when the pipe ended first.
+bool ReadControlLine(HANDLE pipe, std::string& reply);
+
+/// Closes the connection, if there is one.
+void CloseControlConnection();
+
+/// A copy of the client name sent in the last HELLO line; empty when no pipe has been opened yet.
+std::string LastClientName();
+
+/// Starts the watcher, once in the life of the process. Throws std::system_error when no thread can be started.
+void StartControlWatcher();
+
+/// The watcher's body; does not return. Once a second it connects when a viewer can be found, and disconnects when
+/// none can.
+void ControlWatcher();

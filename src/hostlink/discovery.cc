@@ -1,0 +1,105 @@
+#include "hostlink/discovery.h"
+
+#include "control/protocol.h"
+#include "platform/module.h"
+#include "platform/owned.h"
+#include "text/paths.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr DWORD LongestRegistryString = 1024;  // bytes
+
+OwnedRegistryKey OpenForReading(HKEY root, LPCWSTR subKey) {
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(root, subKey, 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) return {};
+    return OwnedRegistryKey(key);
+}
+
+/// A REG_DWORD value of the announcement; 0 when it is missing or no such value, which counts as 0 throughout.
+DWORD ReadAnnouncedNumber(LPCWSTR valueName) {
+    const OwnedRegistryKey key = OpenForReading(HKEY_CURRENT_USER, Announcement::Key);
+    if (!key) return 0;
+    DWORD type = 0;
+    DWORD number = 0;
+    DWORD size = sizeof number;
+    const LSTATUS status =
+        RegQueryValueExW(key.get(), valueName, nullptr, &type, reinterpret_cast<BYTE*>(&number), &size);
+    return status == ERROR_SUCCESS && type == REG_DWORD && size == sizeof number ? number : 0;
+}
+
+/// True when the image of the process lies directly in `directory`, which is lower-cased; an empty one rejects
+/// nothing.
+bool StandsIn(const WideString& directory, DWORD processId) {
+    if (directory.empty()) return true;
+    return ToLowerWide(ParentDirectory(GetProcessImagePath(processId))) == directory;
+}
+
+}  // namespace
+
+std::vector<WideString> FindControlPipes() {
+    std::vector<WideString> names;
+    if (IsControlServerAnnounced()) {
+        WideString announced = ReadRegistryString(HKEY_CURRENT_USER, Announcement::Key, Announcement::PipeName);
+        if (!announced.empty()) names.push_back(std::move(announced));
+    }
+
+    const WideString ownDirectory = ToLowerWide(GetExecutableDirectory());
+    const OwnedHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    if (!snapshot) return names;
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Process32FirstW(snapshot.Get(), &entry); more; more = Process32NextW(snapshot.Get(), &entry)) {
+        // The name is tested first: all other processes cost one comparison.
+        if (_wcsicmp(entry.szExeFile, ViewerImageName) != 0 || !IsProcessAlive(entry.th32ProcessID)) continue;
+        if (!StandsIn(ownDirectory, entry.th32ProcessID)) continue;
+        WideString name = ControlPipeName(entry.th32ProcessID);
+        if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(std::move(name));
+    }
+    return names;
+}
+
+bool IsControlServerAnnounced() {
+    if (ReadAnnouncedNumber(Announcement::ControlServerEnabled) == 0) return false;
+    const DWORD processId = ReadAnnouncedNumber(Announcement::ProcessId);
+    if (processId == 0) return false;
+    if (ReadRegistryString(HKEY_CURRENT_USER, Announcement::Key, Announcement::PipeName).empty()) return false;
+    return IsProcessAlive(processId);
+}
+
+WideString ReadRegistryString(HKEY root, LPCWSTR subKey, LPCWSTR valueName) {
+    const OwnedRegistryKey key = OpenForReading(root, subKey);
+    if (!key) return {};
+    // One unit more than the value may fill, so that a NUL always follows.
+    WCHAR text[LongestRegistryString / sizeof(WCHAR) + 1] = {};
+    DWORD type = 0;
+    DWORD size = LongestRegistryString;
+    const LSTATUS status = RegQueryValueExW(key.get(), valueName, nullptr, &type, reinterpret_cast<BYTE*>(text), &size);
+    if (status != ERROR_SUCCESS || (type != REG_SZ && type != REG_EXPAND_SZ)) return {};
+    // A last odd byte is no code unit.
+    text[size / sizeof(WCHAR)] = 0;
+    return text;
+}
+
+bool IsProcessAlive(DWORD processId) {
+    if (processId == 0) return false;
+    const OwnedHandle process(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+    DWORD exitCode = 0;
+    // Waiting as well: a process may have ended with the very code that stands for a running one.
+    return process && GetExitCodeProcess(process.Get(), &exitCode) != 0 && exitCode == STILL_ACTIVE &&
+           WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT;
+}
+
+WideString GetProcessImagePath(DWORD processId) {
+    const OwnedHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+    if (!process) return {};
+    return ReadGrowingPath([&process](WCHAR* buffer, DWORD& length) {
+        if (QueryFullProcessImageNameW(process.Get(), 0, buffer, &length) != 0) return PathRead::Complete;
+        return GetLastError() == ERROR_INSUFFICIENT_BUFFER ? PathRead::BufferTooSmall : PathRead::Failed;
+    });
+}
+
+WideString GetExecutableDirectory() {
+    return ParentDirectory(ModulePath(nullptr));
+}

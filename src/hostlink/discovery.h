@@ -1,0 +1,27 @@
+/// Which control pipes are worth trying, and in which order: first the one that a viewer has announced in the
+/// registry, then one for each live viewer in the bridge's own directory. Nothing here touches a pipe, keeps state
+/// between calls or reports an error: what goes wrong makes the list shorter. Any thread.
+#pragma once
+
+#include "text/wide.h"
+
+#include <vector>
+
+/// The names to try, in order, without duplicates. Costs one look at the registry and one at the process table.
+std::vector<WideString> FindControlPipes();
+
+/// True when the announcement is enabled and complete, and a process with its id lives.
+bool IsControlServerAnnounced();
+
+/// The text of a REG_SZ or REG_EXPAND_SZ value up to its first NUL, unexpanded; empty on any failure and for a value
+/// of more than 1024 bytes.
+WideString ReadRegistryString(HKEY root, LPCWSTR subKey, LPCWSTR valueName);
+
+/// True when some process with this id runs; which program it is is not asked.
+bool IsProcessAlive(DWORD processId);
+
+/// The full path of a process's image; empty on any failure.
+WideString GetProcessImagePath(DWORD processId);
+
+/// The directory of this process's main executable; empty on any failure.
+WideString GetExecutableDirectory();

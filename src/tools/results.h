@@ -1,0 +1,22 @@
+/// From a control line to one MCP result: the round trip to the viewer, and the text results of all tools.
+/// Bridge's calling thread only; each operation that takes an id text writes exactly one result.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// Sends `line` (without a line feed) to the viewer and writes its answer, or a failure, as the result. Sends again
+/// once over a new connection when the first fails; blocks for as long as the viewer takes to answer.
+void RunControlCommand(std::string_view idText, std::string_view line);
+
+/// Writes the result that `reply`, a reply line without its line feed, stands for.
+void RenderControlReply(std::string_view idText, std::string_view reply);
+
+/// Writes a result of one text block.
+void WriteTextResult(std::string_view idText, std::string_view text, bool isError);
+
+/// The body of a JSON string for `text`, without the enclosing quotes. Bytes from 0x80 up pass unchanged.
+std::string EscapeJsonText(std::string_view text);
+
+/// The beginning of every result, up to and with the escaped text of its text block.
+std::string BeginTextBlock(std::string_view idText, std::string_view text);
