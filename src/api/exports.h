@@ -5,7 +5,7 @@
  * 2. Text is NUL-terminated UTF-16. A capacity counts code units, the terminator included; a text that does
  *    not fit is cut and terminated, which is no failure.
  * 3. No function throws, and none keeps a pointer that the caller passed in. One exception to the first half:
- *    OrvaneMcp_RunStdioBridge ends with the standard library's system error when no thread can be started.
+ *    OrvaneMcp_RunStdioBridge ends with the standard library's error when its second thread can't be started.
  * 4. Every function may be called from any thread. Start and stop are for one thread at a time.
  * 5. A started server or bridge keeps the library in the process: freeing the module afterwards does no harm.
  */
@@ -89,10 +89,11 @@ typedef struct HostCommand {
 int32_t OrvaneMcp_RunStdioBridge(void);
 
 /* Starts the control server; `info` may be null. 1 when the server runs, also when it already did.
- * On 0 OrvaneMcp_GetLastError has the reason. */
+ * On 0 OrvaneMcp_GetLastError has the reason, unless memory ran out. */
 int32_t OrvaneMcp_StartControlServer(const ControlServerStartInfo* info);
 
-/* Stops the control server and withdraws its announcement. Waits 2 s at most for sessions under way. */
+/* Stops the control server and withdraws its announcement. Waits 2 s at most for sessions under way. A command that
+ * was on its way to the window may still arrive there afterwards. Not for DllMain or a DLL's static destructors. */
 void OrvaneMcp_StopControlServer(void);
 
 /* 11, in any state. */
@@ -111,8 +112,8 @@ int32_t OrvaneMcp_GetLastError(OrvaneMcpChar* buffer, int32_t capacity);
 int32_t OrvaneMcp_GetClientCount(void);
 int32_t OrvaneMcp_GetClientInfo(int32_t index, ClientInfo* info);
 
-/* Ends every client's connection and waits about a second for the sessions to go. 0 only when sessions outlast the
- * wait although there was no connection to end. */
+/* Ends the connection of every client in the list and waits about a second for the sessions to go. 0 only when sessions
+ * outlast the wait although there was no connection to end. */
 int32_t OrvaneMcp_DisconnectClients(void);
 
 #ifdef __cplusplus

@@ -1,6 +1,7 @@
 #include "control/clients.h"
 
 #include "api/exports.h"
+#include "control/protocol.h"
 #include "control/state.h"
 
 #include <algorithm>
@@ -12,7 +13,6 @@ namespace {
 
 const WCHAR* const BridgeTransport = TEXT("stdio bridge");
 const WCHAR* const BridgeIdWords = TEXT("bridge pid");
-const WCHAR* const BridgeSuffixStart = TEXT(" (bridge pid ");
 
 bool Holds(const WideString& text, const WCHAR* part) {
     return text.find(part) != WideString::npos;
@@ -87,14 +87,14 @@ void ClearClients() {
 
 WideString NormalizeClientName(const WideString& name) {
     WideString trimmed = Trimmed(name);
-    if (trimmed.empty()) return TEXT("MCP client");
+    if (trimmed.empty()) return UnnamedClient;
     const WideString lowerName = ToLowerWide(trimmed);
     const WCHAR* const standard = StandardName(lowerName);
     return standard == nullptr || Holds(lowerName, BridgeIdWords) ? trimmed : WideString(standard);
 }
 
 WideString ExtractBridgeSuffix(const WideString& name) {
-    const std::size_t start = name.find(BridgeSuffixStart);
+    const std::size_t start = name.find(Utf8ToWide(BridgeSuffixStart));
     return start == WideString::npos ? WideString() : name.substr(start);
 }
 

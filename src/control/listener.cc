@@ -74,10 +74,12 @@ void RunPipeListener(std::uint64_t serverRun) noexcept {
 
 void WakeListener() {
     constexpr DWORD pause = 1;
+    constexpr DWORD limit = 5000;
     ControlServerState& state = ServerState();
     // Repeated, since one try may fall between two instances; and with the wait cancelled too, since the open may
-    // reach another process that serves a pipe of the same name.
-    while (!state.ListenerEnded) {
+    // reach another process that serves a pipe of the same name. Within a limit, for a host that stops while its
+    // process ends: the listener is gone then without a word.
+    for (const DWORD start = GetTickCount(); !state.ListenerEnded && GetTickCount() - start < limit;) {
         const OwnedHandle wakeUp(CreateFileW(state.PipeName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
         std::shared_ptr<PipeInstance> listening;

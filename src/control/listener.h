@@ -8,5 +8,5 @@
 /// go on then. Nothing leaves it.
 void RunPipeListener(std::uint64_t serverRun) noexcept;
 
-/// Brings the listener out of its wait and returns when it has nothing left to do. To be called once Running is false.
+/// Brings the listener out of its wait and returns when it can be joined. To be called once Running is false.
 void WakeListener();

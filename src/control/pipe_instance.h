@@ -13,7 +13,7 @@ struct PipeInstance {
     explicit PipeInstance(OwnedHandle pipe) : Pipe(std::move(pipe)) {}
 
     const OwnedHandle Pipe;
-    /// Set by EndConnection. From then on the session starts no further blocking call.
+    /// Set by EndConnection. From then on the session makes no pipe call and takes up no further line.
     std::atomic<bool> Leaving = false;
     /// True while the session is inside a pipe call.
     std::atomic<bool> InCall = false;
@@ -44,6 +44,9 @@ class PipeCall {
 /// Ends the client's connection from another thread: frees the session from a call that blocks, then disconnects.
 void EndConnection(PipeInstance& instance);
 
-/// Writes a reply and its line feed. Blocks until the pipe has taken them; failures show at the session's next call.
-/// Session thread only.
+/// Writes bytes as they are, with one call. Blocks until the pipe has taken them; a failure shows at the session's next
+/// call. Session thread only.
+void WriteReplyBytes(PipeInstance& instance, std::string_view bytes);
+
+/// Writes a reply and, with a second call, its line feed.
 void WriteReplyLine(PipeInstance& instance, std::string_view text);

@@ -31,6 +31,9 @@ inline constexpr const WCHAR* PipeName = TEXT("PipeName");                      
 
 inline constexpr char HelloPrefix[] = "HELLO ";
 
+/// What stands in front of the bridge's process id in its client's name; a rename keeps the name from here on.
+inline constexpr char BridgeSuffixStart[] = " (bridge pid ";
+
 /// The server takes the greeting with one read of this many bytes; the line feed counts.
 inline constexpr std::size_t LongestHelloLine = 255;
 

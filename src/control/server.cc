@@ -1,6 +1,7 @@
-#include "control/server.h"
+/// Start and stop: the two exports, and what the library's hooks tell.
 
 #include "api/exports.h"
+#include "api/library.h"
 #include "control/announcement.h"
 #include "control/clients.h"
 #include "control/listener.h"
@@ -16,6 +17,13 @@
 #include <thread>
 
 namespace {
+
+const WCHAR* const LauncherFileName = TEXT("orvane_mcp.exe");
+
+/// The directory of the library's own file; empty on failure.
+WideString ResolveModuleDirectory() {
+    return ParentDirectory(ModulePath(ServerState().ModuleHandle));
+}
 
 /// The launcher's directory as the host gives it. The text has no bound but its NUL: the array in the declaration is
 /// the host's convenience, and its record may be longer or shorter.
@@ -53,10 +61,6 @@ void WaitForSessions() {
 }
 
 }  // namespace
-
-WideString ResolveModuleDirectory() {
-    return ParentDirectory(ModulePath(ServerState().ModuleHandle));
-}
 
 std::int32_t OrvaneMcp_StartControlServer(const ControlServerStartInfo* info) try {
     ControlServerState& state = ServerState();
@@ -100,4 +104,12 @@ void OrvaneMcp_StopControlServer() {
     }
     // The slot may be another viewer's by now, so a stop without a server leaves it alone.
     if (wasRunning) AnnounceControlServer(false);
+}
+
+void NoteLibraryLoaded(HMODULE module) {
+    ServerState().ModuleHandle = module;
+}
+
+void NoteProcessEnds() {
+    WithdrawAtProcessEnd();
 }

@@ -15,7 +15,6 @@ namespace {
 
 constexpr DWORD ReadChunk = 512;
 constexpr DWORD PollInterval = 100;
-const WCHAR* const UnnamedClient = TEXT("MCP client");
 
 /// One of the sessions that a stop waits for.
 class SessionCount {
@@ -46,6 +45,25 @@ class SessionEnd {
   private:
     ClientSession& session_;
 };
+
+/// Reads the greeting, which is all that the first read gives, and takes the client's name out of it. Always gives a
+/// name. Blocks for as long as the client is silent.
+WideString ReadClientHello(PipeInstance& instance) {
+    char buffer[LongestHelloLine + 1] = {};
+    DWORD count = 0;
+    const PipeCall call(instance);
+    if (!call || ReadFile(instance.Pipe.Get(), buffer, LongestHelloLine, &count, nullptr) == 0 || count == 0) {
+        return UnnamedClient;
+    }
+    std::string_view text(buffer);  // up to the first NUL
+    if (text.starts_with(HelloPrefix)) text.remove_prefix(std::string_view(HelloPrefix).size());
+    const std::string name(text.substr(0, text.find_last_not_of("\r\n ") + 1));
+
+    // Up to the end of the name, whose terminator counts.
+    WCHAR wide[LongestHelloLine + 1] = {};
+    const int units = MultiByteToWideChar(CP_UTF8, 0, name.c_str(), -1, wide, static_cast<int>(std::size(wide)));
+    return units <= 1 ? WideString(UnnamedClient) : WideString(wide);
+}
 
 /// True while the session may take up another line.
 bool MayServe(const ClientSession& session) {
@@ -102,7 +120,7 @@ void RunClientSession(ClientSession& session) {
     const WideString name = ReadClientHello(*session.Pipe);
     session.ClientId = RegisterClient(name, session.Pipe, session.ServerRun);
     if (session.ClientId == 0) return;
-    WriteReplyLine(*session.Pipe, HelloReply);
+    WriteReplyBytes(*session.Pipe, std::string(HelloReply) + "\n");
 
     std::string pending;
     std::size_t searched = 0;
@@ -110,21 +128,4 @@ void RunClientSession(ClientSession& session) {
         DispatchLines(session, pending, searched);
         Sleep(PollInterval);
     }
-}
-
-WideString ReadClientHello(PipeInstance& instance) {
-    char buffer[LongestHelloLine + 1] = {};
-    DWORD count = 0;
-    const PipeCall call(instance);
-    if (!call || ReadFile(instance.Pipe.Get(), buffer, LongestHelloLine, &count, nullptr) == 0 || count == 0) {
-        return UnnamedClient;
-    }
-    std::string_view text(buffer);  // up to the first NUL
-    if (text.starts_with(HelloPrefix)) text.remove_prefix(std::string_view(HelloPrefix).size());
-    const std::string name(text.substr(0, text.find_last_not_of("\r\n ") + 1));
-
-    // Up to the end of the name, whose terminator counts.
-    WCHAR wide[LongestHelloLine + 1] = {};
-    const int units = MultiByteToWideChar(CP_UTF8, 0, name.c_str(), -1, wide, static_cast<int>(std::size(wide)));
-    return units <= 1 ? WideString(UnnamedClient) : WideString(wide);
 }

@@ -23,7 +23,3 @@ bool StartClientSession(std::shared_ptr<PipeInstance> pipe, std::uint64_t server
 /// Throws std::bad_alloc when the client's pending input or a command outgrows memory; the client is off the list
 /// then, as on every other way out.
 void RunClientSession(ClientSession& session);
-
-/// Reads the greeting, which is all that the first read gives, and takes the client's name out of it. Always gives a
-/// name. Blocks for as long as the client is silent.
-WideString ReadClientHello(PipeInstance& instance);

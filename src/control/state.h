@@ -17,8 +17,8 @@ struct ControlServerState {
     /// Held for short work only, never across a pipe call, a sleep, a registry call or SendMessageW.
     std::mutex ServerLock;
 
-    // Guarded by ServerLock. The first two are also read without it, by the listener and by start and stop, since
-    // only a start changes them and no listener runs then.
+    // Guarded by ServerLock. PipeName is also read without it, by the listener and by start and stop: only a start
+    // changes it, and no listener runs then.
     WideString PipeName;
     WideString ServerPath;
     WideString LastErrorText;

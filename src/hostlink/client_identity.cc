@@ -1,5 +1,6 @@
 #include "hostlink/client_identity.h"
 
+#include "control/protocol.h"
 #include "hostlink/connection.h"
 #include "platform/owned.h"
 
@@ -44,7 +45,7 @@ std::string BuildClientName() {
 }
 
 std::string FormatClientName(DWORD processId, const WideString& parentName) {
-    std::string name = ClientLabel(ToLowerWide(parentName)) + " (bridge pid " + std::to_string(processId);
+    std::string name = ClientLabel(ToLowerWide(parentName)) + BridgeSuffixStart + std::to_string(processId);
     if (!parentName.empty()) name += ", parent " + WideToAsciiLossy(parentName);
     return name + ")";
 }

@@ -145,7 +145,8 @@ bool ReadControlLine(HANDLE pipe, std::string& reply) try {
     reply.resize(WithoutLineEnd(reply).size());
     return true;
 } catch (const std::bad_alloc&) {
-    // A line larger than memory counts as a broken pipe: its rest must not be taken for the next reply.
+    // A line larger than memory counts as a broken pipe: its rest must not be taken for the next reply. The command is
+    // sent once more then, as behind any other break.
     reply = std::string();
     return false;
 }

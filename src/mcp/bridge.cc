@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr std::string_view ReplyHead = R"({"jsonrpc":"2.0","id":)";
 constexpr std::string_view MethodNotFoundText = R"(,"error":{"code":-32601,"message":"Method not found"}})";
 
 void WriteReply(std::string_view idText, std::string_view tail) {
@@ -73,5 +72,5 @@ bool MessageHasMethod(std::string_view message, std::string_view name) {
 void RunMessageLoop(ToolCallHandler handleToolCall) try {
     for (std::string message; ReadMcpMessage(message);) HandleMessage(message, handleToolCall);
 } catch (const std::bad_alloc&) {
-    // A message larger than memory: what follows it can't be told from its rest, so the loop ends in order.
+    // A message larger than memory: what follows can't be told from its rest, so the loop ends in order.
 }

@@ -10,6 +10,9 @@
 /// The largest body that a header may announce; the smallest is 1 byte.
 inline constexpr std::size_t LargestFramedBody = 33554432;
 
+/// How every reply begins; the id's text follows.
+inline constexpr std::string_view ReplyHead = R"({"jsonrpc":"2.0","id":)";
+
 /// Reads the next message into `out`, blocking for as long as the client is silent. False when input ended first;
 /// what had come of an unfinished message is dropped.
 bool ReadMcpMessage(std::string& out);

@@ -13,10 +13,7 @@ class OwnedHandle {
     OwnedHandle() = default;
     explicit OwnedHandle(HANDLE handle) : handle_(handle) {}
     OwnedHandle(OwnedHandle&& other) noexcept : handle_(other.Release()) {}
-    OwnedHandle& operator=(OwnedHandle&& other) noexcept {
-        std::swap(handle_, other.handle_);
-        return *this;
-    }
+    OwnedHandle& operator=(OwnedHandle&&) = delete;
     ~OwnedHandle() {
         if (*this) CloseHandle(handle_);
     }

@@ -10,7 +10,7 @@ void RunControlCommand(std::string_view idText, std::string_view line) {
     // The first send also fails, at once, when there is no connection yet: the second is how one comes up.
     const bool answered = SendControlLine(line, reply) ||
                           (EnsureControlConnection(MainThreadConnectTimeOut) && SendControlLine(line, reply));
-    if (!answered) return WriteTextResult(idText, "Failed to send command to Orvane.", true);
+    if (!answered) return WriteTextResult(idText, SendFailureText, true);
     RenderControlReply(idText, reply);
 }
 
@@ -31,7 +31,7 @@ void WriteTextResult(std::string_view idText, std::string_view text, bool isErro
 }
 
 std::string BeginTextBlock(std::string_view idText, std::string_view text) {
-    std::string body = R"({"jsonrpc":"2.0","id":)";
+    std::string body(ReplyHead);
     body.append(idText).append(R"(,"result":{"content":[{"type":"text","text":")").append(EscapeJsonText(text));
     return body;
 }

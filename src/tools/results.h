@@ -5,6 +5,9 @@
 #include <string>
 #include <string_view>
 
+/// What the agent reads when a command could not be sent, or its answer not be taken in.
+inline constexpr std::string_view SendFailureText = "Failed to send command to Orvane.";
+
 /// Sends `line` (without a line feed) to the viewer and writes its answer, or a failure, as the result. Sends again
 /// once over a new connection when the first fails; blocks for as long as the viewer takes to answer.
 void RunControlCommand(std::string_view idText, std::string_view line);

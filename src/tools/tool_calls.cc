@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <new>
 #include <string>
 
 namespace {
@@ -297,11 +298,14 @@ constexpr Tool Tools[] = {
 
 }  // namespace
 
-void HandleToolCall(std::string_view idText, std::string_view message) {
+void HandleToolCall(std::string_view idText, std::string_view message) try {
     const ToolCall call{idText, message};
     std::string name;
     if (!FindJsonString(message, "name", name)) return FailCall(call, "MCP tool call is missing the tool name.");
     const auto tool = std::find_if(std::begin(Tools), std::end(Tools), [&](const Tool& t) { return t.Name == name; });
     if (tool == std::end(Tools)) return FailCall(call, "Unknown Orvane MCP tool: " + name);
     tool->Run(call);
+} catch (const std::bad_alloc&) {
+    // The call or its reply outgrew memory. A result is written whole and last, so none has been written yet.
+    WriteTextResult(idText, SendFailureText, true);
 }

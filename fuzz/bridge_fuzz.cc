@@ -1,0 +1,135 @@
+/// Bytes on the bridge's standard input, with a recording stand-in for the connection: what comes out is well framed,
+/// at most one reply a message, valid JSON; what goes to the viewer is one line with the verb's number of fields.
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+#include "checks.h"
+#include "control/protocol.h"
+#include "hostlink/connection.h"
+#include "mcp/bridge.h"
+#include "mcp/framing.h"
+#include "tools/tool_calls.h"
+
+// ---- The connection's stand-in --------------------------------------------------------------------------------------
+
+namespace {
+
+struct VerbTabs {
+    std::string_view Verb;
+    std::ptrdiff_t Tabs;  // -1: one, and two more for each edit
+};
+constexpr VerbTabs KnownVerbs[] = {
+    {Verb::SelectNet, 1},          {Verb::SelectComponent, 1},      {Verb::SelectPin, 2},
+    {Verb::FindComponents, 1},     {Verb::FindComponentsUi, 1},     {Verb::GetComponent, 1},
+    {Verb::GetNet, 1},             {Verb::UpdateComponent, -1},     {Verb::BulkUpdateComponents, 5},
+    {Verb::UpdateNet, -1},         {Verb::ExportOrv, 1},            {Verb::ListComponents, 4},
+    {Verb::SearchFiles, 10},       {Verb::SearchIndexedContent, 10}, {Verb::GetPdfPageContext, 8},
+    {Verb::PdfiumExtractText, 7},  {Verb::GetDiagnosticHints, 1},
+};
+
+void CheckLine(std::string_view line) {
+    Require(line.find_first_of("\r\n") == std::string_view::npos, "a line holds no line end");
+    const auto tabs = std::count(line.begin(), line.end(), '\t');
+    if (line == Verb::GetBoardState) return;
+    for (const VerbTabs& verb : KnownVerbs) {
+        if (!line.starts_with(verb.Verb)) continue;
+        Require(verb.Tabs < 0 ? tabs >= 3 && tabs % 2 == 1 : tabs == verb.Tabs, "a line has its verb's fields");
+        return;
+    }
+    Require(false, "a line opens with a known verb");
+}
+
+}  // namespace
+
+bool EnsureControlConnection(DWORD) {
+    return true;
+}
+
+std::string LastClientName() {
+    return "Claude MCP client (bridge pid 1)";
+}
+
+bool SendControlLine(std::string_view line, std::string& reply) {
+    CheckLine(line);
+    const std::string echo = EscapeReplyText(line);
+    switch (line.size() % 5) {
+        case 0: return false;
+        case 1: reply = "ERR\t" + echo; break;
+        case 2: reply = "OK\tbefore\\nORVANE_MCP_IMAGE mime_type=image/png data=QUJD\\n" + echo; break;
+        case 3: reply = echo; break;
+        default: reply = "OK\t" + echo; break;
+    }
+    return true;
+}
+
+// ---- What is expected -----------------------------------------------------------------------------------------------
+
+namespace {
+
+struct InputMessage {
+    bool Framed;
+    std::string Body;
+};
+
+/// Splits the input by the framing's rules, slowly.
+std::vector<InputMessage> SplitInput(std::string_view input) {
+    std::vector<InputMessage> messages;
+    const auto takeLine = [&input](std::string& line) {
+        if (input.empty()) return false;
+        const std::size_t end = std::min(input.find('\n'), input.size() - 1) + 1;
+        line = input.substr(0, end);
+        input.remove_prefix(end);
+        while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) line.pop_back();
+        return true;
+    };
+    for (std::string line; takeLine(line);) {
+        std::size_t length = 0;
+        if (line.empty()) continue;
+        if (!ParseContentLength(line, length)) {
+            messages.push_back({false, line});
+            continue;
+        }
+        while (takeLine(line) && !line.empty()) {
+        }
+        if (input.size() < length) break;
+        messages.push_back({true, std::string(input.substr(0, length))});
+        input.remove_prefix(length);
+    }
+    return messages;
+}
+
+bool WantsReply(const std::string& body) {
+    if (MessageHasMethod(body, "initialize")) return true;
+    if (MessageHasMethod(body, "notifications/initialized")) return false;
+    return MessageHasMethod(body, "tools/list") || MessageHasMethod(body, "tools/call") ||
+           !ExtractMessageId(body).empty();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) return 0;
+    std::string input(reinterpret_cast<const char*>(data), size);
+    std::FILE* const console = stdin;
+    stdin = fmemopen(input.data(), input.size(), "rb");
+    CaughtOutput caught;
+    RunMessageLoop(HandleToolCall);
+    std::fclose(stdin);
+    stdin = console;
+
+    std::string_view output = caught.Text();
+    for (const InputMessage& message : SplitInput(input)) {
+        if (!WantsReply(message.Body)) continue;
+        OutputMessage reply{};
+        Require(TakeOutputMessage(output, reply), "every message that wants a reply gets one");
+        Require(reply.Framed == message.Framed, "a reply has its message's framing");
+        std::string idText = ExtractMessageId(message.Body);
+        if (idText.empty()) idText = "null";
+        Require(reply.Body.starts_with("{\"jsonrpc\":\"2.0\",\"id\":" + idText + ","), "a reply carries the id");
+        Require(!IsJson(idText) || !IsUtf8(reply.Body) || IsJson(reply.Body), "a reply is valid JSON");
+    }
+    Require(output.empty(), "no message gets a second reply");
+    return 0;
+}
