@@ -1,16 +1,16 @@
 /// Bytes on the bridge's standard input, with a recording stand-in for the connection: what comes out is well framed,
 /// at most one reply a message, valid JSON; what goes to the viewer is one line with the verb's number of fields.
 
-#include <algorithm>
-#include <cstdint>
-#include <vector>
-
 #include "checks.h"
 #include "control/protocol.h"
 #include "hostlink/connection.h"
 #include "mcp/bridge.h"
 #include "mcp/framing.h"
 #include "tools/tool_calls.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
 
 // ---- The connection's stand-in --------------------------------------------------------------------------------------
 
@@ -21,12 +21,23 @@ struct VerbTabs {
     std::ptrdiff_t Tabs;  // -1: one, and two more for each edit
 };
 constexpr VerbTabs KnownVerbs[] = {
-    {Verb::SelectNet, 1},          {Verb::SelectComponent, 1},      {Verb::SelectPin, 2},
-    {Verb::FindComponents, 1},     {Verb::FindComponentsUi, 1},     {Verb::GetComponent, 1},
-    {Verb::GetNet, 1},             {Verb::UpdateComponent, -1},     {Verb::BulkUpdateComponents, 5},
-    {Verb::UpdateNet, -1},         {Verb::ExportOrv, 1},            {Verb::ListComponents, 4},
-    {Verb::SearchFiles, 10},       {Verb::SearchIndexedContent, 10}, {Verb::GetPdfPageContext, 8},
-    {Verb::PdfiumExtractText, 7},  {Verb::GetDiagnosticHints, 1},
+    {Verb::SelectNet, 1},
+    {Verb::SelectComponent, 1},
+    {Verb::SelectPin, 2},
+    {Verb::FindComponents, 1},
+    {Verb::FindComponentsUi, 1},
+    {Verb::GetComponent, 1},
+    {Verb::GetNet, 1},
+    {Verb::UpdateComponent, -1},
+    {Verb::BulkUpdateComponents, 5},
+    {Verb::UpdateNet, -1},
+    {Verb::ExportOrv, 1},
+    {Verb::ListComponents, 4},
+    {Verb::SearchFiles, 10},
+    {Verb::SearchIndexedContent, 10},
+    {Verb::GetPdfPageContext, 8},
+    {Verb::PdfiumExtractText, 7},
+    {Verb::GetDiagnosticHints, 1},
 };
 
 void CheckLine(std::string_view line) {

@@ -1,13 +1,13 @@
 /// A reply line from the pipe: it becomes one well-formed result, and escaping then unescaping gives a text back.
 
-#include <cstdint>
-#include <optional>
-#include <utility>
-
 #include "checks.h"
 #include "control/protocol.h"
 #include "tools/image_results.h"
 #include "tools/results.h"
+
+#include <cstdint>
+#include <optional>
+#include <utility>
 
 namespace {
 

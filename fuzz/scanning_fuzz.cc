@@ -1,12 +1,12 @@
 /// The scanners against a second implementation that is plain, slow and obviously right.
 
-#include <cstdint>
-#include <optional>
-#include <vector>
-
 #include "checks.h"
 #include "mcp/bridge.h"
 #include "mcp/scanning.h"
+
+#include <cstdint>
+#include <optional>
+#include <vector>
 
 namespace {
 

@@ -3,17 +3,17 @@
 ///
 /// The pipe and the host's window are this file's own: its functions stand in front of the stand-in's.
 
-#include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <memory>
-#include <vector>
-
 #include "api/exports.h"
 #include "checks.h"
 #include "control/protocol.h"
 #include "control/session.h"
 #include "control/state.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <vector>
 
 namespace {
 

@@ -57,12 +57,11 @@ WideString ReadClientHello(PipeInstance& instance) {
     }
     std::string_view text(buffer);  // up to the first NUL
     if (text.starts_with(HelloPrefix)) text.remove_prefix(std::string_view(HelloPrefix).size());
-    const std::string name(text.substr(0, text.find_last_not_of("\r\n ") + 1));
-
-    // Up to the end of the name, whose terminator counts.
-    WCHAR wide[LongestHelloLine + 1] = {};
-    const int units = MultiByteToWideChar(CP_UTF8, 0, name.c_str(), -1, wide, static_cast<int>(std::size(wide)));
-    return units <= 1 ? WideString(UnnamedClient) : WideString(wide);
+    text = text.substr(0, text.find_last_not_of("\r\n ") + 1);
+    WCHAR name[LongestHelloLine];
+    const int units = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), name,
+                                          static_cast<int>(std::size(name)));
+    return units <= 0 ? WideString(UnnamedClient) : WideString(name, static_cast<std::size_t>(units));
 }
 
 /// True while the session may take up another line.

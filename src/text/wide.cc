@@ -1,6 +1,8 @@
 #include "text/wide.h"
 
 #include <algorithm>
+#include <limits>
+#include <type_traits>
 
 WideString ToLowerWide(WideString text) {
     std::transform(text.begin(), text.end(), text.begin(),
@@ -9,6 +11,21 @@ WideString ToLowerWide(WideString text) {
 }
 
 namespace {
+
+constexpr std::size_t LargestSource = std::numeric_limits<int>::max();
+
+/// The system's conversion into `target`, which has room for `capacity` units; with null it only counts. 0 when there
+/// is nothing to convert, or more than the system takes.
+int Convert(std::string_view source, WCHAR* target, int capacity) {
+    if (source.empty() || source.size() > LargestSource) return 0;
+    return MultiByteToWideChar(CP_UTF8, 0, source.data(), static_cast<int>(source.size()), target, capacity);
+}
+
+int Convert(WideView source, char* target, int capacity) {
+    if (source.empty() || source.size() > LargestSource) return 0;
+    const int length = static_cast<int>(source.size());
+    return WideCharToMultiByte(CP_UTF8, 0, source.data(), length, target, capacity, nullptr, nullptr);
+}
 
 /// Copies unit by unit what no conversion took: ASCII stays, everything else becomes "?".
 template <typename Target, typename Source>
@@ -25,22 +42,20 @@ Target CopyAsciiOnly(Source source) {
 }  // namespace
 
 WideString Utf8ToWide(std::string_view text) {
-    if (text.empty()) return {};
-    const std::string source(text);  // the conversion wants a terminator
-    const int count = MultiByteToWideChar(CP_UTF8, 0, source.c_str(), -1, nullptr, 0);
-    if (count <= 1) return CopyAsciiOnly<WideString>(text);
-    // The call also writes the NUL that it counts, which lands on the string's own terminator.
-    WideString wide(static_cast<std::size_t>(count) - 1, 0);
-    MultiByteToWideChar(CP_UTF8, 0, source.c_str(), -1, wide.data(), count);
+    // The length is given without a terminator: a character cut at the text's end must not take that with it.
+    const std::string_view source = text.substr(0, text.find('\0'));
+    const int count = Convert(source, nullptr, 0);
+    if (count <= 0) return CopyAsciiOnly<WideString>(text);
+    WideString wide(static_cast<std::size_t>(count), 0);
+    Convert(source, wide.data(), count);
     return wide;
 }
 
 std::string WideToUtf8(WideView wide) {
-    if (wide.empty()) return {};
-    const WideString source(wide);
-    const int count = WideCharToMultiByte(CP_UTF8, 0, source.c_str(), -1, nullptr, 0, nullptr, nullptr);
-    if (count <= 1) return CopyAsciiOnly<std::string>(wide);
-    std::string text(static_cast<std::size_t>(count) - 1, '\0');
-    WideCharToMultiByte(CP_UTF8, 0, source.c_str(), -1, text.data(), count, nullptr, nullptr);
+    const WideView source = wide.substr(0, wide.find(WCHAR(0)));
+    const int count = Convert(source, nullptr, 0);
+    if (count <= 0) return CopyAsciiOnly<std::string>(wide);
+    std::string text(static_cast<std::size_t>(count), '\0');
+    Convert(source, text.data(), count);
     return text;
 }
