@@ -1,5 +1,10 @@
 #include "control/protocol.h"
 
+#include "text/byte_runs.h"
+
+#include <algorithm>
+#include <cstring>
+
 WideString ControlPipeName(DWORD processId) {
     WCHAR name[256];
     swprintf_s(name, std::size(name), TEXT("\\\\.\\pipe\\orvane_mcp_control_%lu"),
@@ -8,31 +13,30 @@ WideString ControlPipeName(DWORD processId) {
 }
 
 std::string EscapeReplyText(std::string_view text) {
+    static constexpr ByteSet special = MakeByteSet("\n\r\\");
     std::string escaped;
     escaped.reserve(text.size());
-    for (const char byte : text) {
-        switch (byte) {
-            case '\n': escaped += "\\n"; break;
-            case '\r': escaped += "\\r"; break;
-            case '\\': escaped += "\\\\"; break;
-            default: escaped += byte; break;
-        }
-    }
+    AppendByRuns(escaped, text, special, [](std::string& out, char byte) {
+        out += '\\';
+        out += byte == '\n' ? 'n' : byte == '\r' ? 'r' : byte;
+    });
     return escaped;
 }
 
-std::string UnescapeControlText(std::string_view text) {
-    std::string plain;
-    plain.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char next = text[i] == '\\' && i + 1 < text.size() ? text[i + 1] : '\0';
-        switch (next) {
-            case 'n': plain += '\n'; break;
-            case 'r': plain += '\r'; break;
-            case '\\': plain += '\\'; break;
-            default: plain += text[i]; continue;
-        }
-        ++i;
+std::string UnescapeControlText(std::string text, std::size_t start) {
+    // In place, since a text only gets shorter: replies can be large.
+    std::size_t end = 0;
+    for (std::size_t i = start; i < text.size();) {
+        const std::size_t backslash = std::min(text.find('\\', i), text.size());
+        std::memmove(text.data() + end, text.data() + i, backslash - i);
+        end += backslash - i;
+        i = backslash;
+        if (i == text.size()) break;
+        const char next = i + 1 < text.size() ? text[i + 1] : '\0';
+        const bool escape = next == 'n' || next == 'r' || next == '\\';
+        text[end++] = next == 'n' ? '\n' : next == 'r' ? '\r' : '\\';
+        i += escape ? 2 : 1;
     }
-    return plain;
+    text.resize(end);
+    return text;
 }

@@ -73,5 +73,6 @@ inline constexpr std::string_view ErrorReplyPrefix = "ERR\t";
 /// second backslash; every other byte stays.
 std::string EscapeReplyText(std::string_view text);
 
-/// Undoes EscapeReplyText. A backslash before any other byte, or at the end, stays as it is.
-std::string UnescapeControlText(std::string_view text);
+/// Undoes EscapeReplyText in what stands behind the first `start` bytes, and gives that. A backslash before any other
+/// byte, or at the end, stays as it is. Needs no memory beyond `text`.
+std::string UnescapeControlText(std::string text, std::size_t start = 0);

@@ -47,7 +47,7 @@ void WriteContentResult(std::string_view idText, std::string text) {
     std::string mimeType;
     std::string data;
     if (!ExtractImageMarker(text, mimeType, data)) return WriteTextResult(idText, text, false);
-    std::string body = BeginTextBlock(idText, text);
+    std::string body = BeginTextBlock(idText, text, mimeType.size() + data.size());
     body.append(R"("},{"type":"image","mimeType":")").append(EscapeJsonText(mimeType));
     body.append(R"(","data":")").append(data).append(R"("}],"isError":false}})");
     WriteMcpMessage(body);

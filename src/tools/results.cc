@@ -3,7 +3,32 @@
 #include "control/protocol.h"
 #include "hostlink/connection.h"
 #include "mcp/framing.h"
+#include "text/byte_runs.h"
 #include "tools/image_results.h"
+
+#include <utility>
+
+namespace {
+
+/// Appends the body of a JSON string for `text`.
+void AppendJsonText(std::string& out, std::string_view text) {
+    static constexpr ByteSet special = MakeByteSet("\"\\", 0x20);
+    AppendByRuns(out, text, special, [](std::string& escaped, char byte) {
+        constexpr char hexDigits[] = "0123456789abcdef";
+        switch (byte) {
+            case '\b': escaped += "\\b"; break;
+            case '\t': escaped += "\\t"; break;
+            case '\n': escaped += "\\n"; break;
+            case '\f': escaped += "\\f"; break;
+            case '\r': escaped += "\\r"; break;
+            case '"': escaped += "\\\""; break;
+            case '\\': escaped += "\\\\"; break;
+            default: escaped.append("\\u00").append({hexDigits[byte >> 4], hexDigits[byte & 15]}); break;
+        }
+    });
+}
+
+}  // namespace
 
 void RunControlCommand(std::string_view idText, std::string_view line) {
     std::string reply;
@@ -11,16 +36,16 @@ void RunControlCommand(std::string_view idText, std::string_view line) {
     const bool answered = SendControlLine(line, reply) ||
                           (EnsureControlConnection(MainThreadConnectTimeOut) && SendControlLine(line, reply));
     if (!answered) return WriteTextResult(idText, SendFailureText, true);
-    RenderControlReply(idText, reply);
+    RenderControlReply(idText, std::move(reply));
 }
 
-void RenderControlReply(std::string_view idText, std::string_view reply) {
+void RenderControlReply(std::string_view idText, std::string reply) {
     if (reply.starts_with(OkReplyPrefix)) {
-        WriteContentResult(idText, UnescapeControlText(reply.substr(OkReplyPrefix.size())));
+        WriteContentResult(idText, UnescapeControlText(std::move(reply), OkReplyPrefix.size()));
     } else if (reply.starts_with(ErrorReplyPrefix)) {
-        WriteTextResult(idText, UnescapeControlText(reply.substr(ErrorReplyPrefix.size())), true);
+        WriteTextResult(idText, UnescapeControlText(std::move(reply), ErrorReplyPrefix.size()), true);
     } else {
-        WriteContentResult(idText, std::string(reply));
+        WriteContentResult(idText, std::move(reply));
     }
 }
 
@@ -30,33 +55,19 @@ void WriteTextResult(std::string_view idText, std::string_view text, bool isErro
     WriteMcpMessage(body);
 }
 
-std::string BeginTextBlock(std::string_view idText, std::string_view text) {
-    std::string body(ReplyHead);
-    body.append(idText).append(R"(,"result":{"content":[{"type":"text","text":")").append(EscapeJsonText(text));
+std::string BeginTextBlock(std::string_view idText, std::string_view text, std::size_t more) {
+    constexpr std::string_view textHead = R"(,"result":{"content":[{"type":"text","text":")";
+    std::string body;
+    // Room for the whole result, unless the text needs many escapes.
+    body.reserve(ReplyHead.size() + idText.size() + textHead.size() + text.size() + text.size() / 16 + more + 256);
+    body.append(ReplyHead).append(idText).append(textHead);
+    AppendJsonText(body, text);
     return body;
 }
 
 std::string EscapeJsonText(std::string_view text) {
-    constexpr char hexDigits[] = "0123456789abcdef";
     std::string escaped;
     escaped.reserve(text.size() + 16);
-    for (const char byte : text) {
-        switch (byte) {
-            case '\b': escaped += "\\b"; continue;
-            case '\t': escaped += "\\t"; continue;
-            case '\n': escaped += "\\n"; continue;
-            case '\f': escaped += "\\f"; continue;
-            case '\r': escaped += "\\r"; continue;
-            case '"': escaped += "\\\""; continue;
-            case '\\': escaped += "\\\\"; continue;
-            default: break;
-        }
-        const auto value = static_cast<unsigned char>(byte);
-        if (value < 0x20) {
-            escaped.append("\\u00").append({hexDigits[value >> 4], hexDigits[value & 15]});
-        } else {
-            escaped += byte;
-        }
-    }
+    AppendJsonText(escaped, text);
     return escaped;
 }

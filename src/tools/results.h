@@ -13,7 +13,7 @@ inline constexpr std::string_view SendFailureText = "Failed to send command to O
 void RunControlCommand(std::string_view idText, std::string_view line);
 
 /// Writes the result that `reply`, a reply line without its line feed, stands for.
-void RenderControlReply(std::string_view idText, std::string_view reply);
+void RenderControlReply(std::string_view idText, std::string reply);
 
 /// Writes a result of one text block.
 void WriteTextResult(std::string_view idText, std::string_view text, bool isError);
@@ -21,5 +21,5 @@ void WriteTextResult(std::string_view idText, std::string_view text, bool isErro
 /// The body of a JSON string for `text`, without the enclosing quotes. Bytes from 0x80 up pass unchanged.
 std::string EscapeJsonText(std::string_view text);
 
-/// The beginning of every result, up to and with the escaped text of its text block.
-std::string BeginTextBlock(std::string_view idText, std::string_view text);
+/// The beginning of every result, up to and with the escaped text of its text block, with room for `more` bytes.
+std::string BeginTextBlock(std::string_view idText, std::string_view text, std::size_t more = 0);
