@@ -1,96 +1,76 @@
 /// The board that the viewer shows, its drawing set, and their files.
 #pragma once
 
-#include <filesystem>
-#include <string>
-#include <string_view>
-#include <vector>
+#include "text.h"
 
-/// A place, in millimetres on the board or in points on a page; x to the right, y downwards.
-struct Point {
-    double x = 0, y = 0;
-};
-
+/// In millimetres on the board or in points on a page; x to the right, y downwards.
 struct Box {
     double left = 0, top = 0, right = 0, bottom = 0;
 };
 
-/// The box with its edges moved outwards.
-Box Grown(const Box& box, double by);
-
 struct Pin {
     std::string number, name, net;
-    Point at;
+    Box pad;
 };
 
 struct Component {
     std::string refdes, side, package, info, displayInfo, note;
-    Point at, size;
+    Box body;
     std::vector<Pin> pins;
 };
 
 struct Net {
     std::string name, description, note;
-    bool noConnect = false;
+    std::string noConnect;  ///< "0" or "1"
 };
 
 struct Board {
     std::string name;
-    std::string schematic;  ///< path of the drawing set, relative to the board's file; empty for none
-    std::vector<Point> outline;
+    std::string schematic;     ///< path of the drawing set, relative to the board's file; empty for none
+    std::vector<Box> outline;  ///< boxes that make its shape together
     std::vector<Component> components;
     std::vector<Net> nets;
 };
 
-struct PageText {
-    Point at;
-    double size = 0;  ///< height of a letter in points
-    std::string text;
-};
-
-/// One page of a drawing set. The parts of one side of the board are drawn on it, `scale` points to a millimetre.
+/// One page of a drawing set: the parts of one side of the board, the bottom as seen through it, and text below them.
 struct Page {
-    Point size;
-    std::string side, title;
-    Point boardAt;
-    double scale = 1;
-    std::vector<PageText> texts;
+    std::string side, text;
 };
 
-struct Schematic {
-    std::filesystem::path path;
-    std::vector<Page> pages;
-};
-
-/// A word as it stands on a page. `line` is the same for words of one line of text.
-struct PageWord {
-    std::string text;
+struct Word {
     Box box;
-    int line = 0;
-    const Component* label = nullptr;  ///< the part that the word names, for the labels of parts
+    std::string text;
 };
 
-/// Read a file of the demo's own text formats. Throw a Refusal with the file and the line that is wrong.
-Board LoadBoard(const std::filesystem::path& path);
-Schematic LoadSchematic(const std::filesystem::path& path);
+constexpr Box WholePage{0, 0, 660, 720};
+constexpr int LetterColumns = 5, LetterRows = 7, LetterAdvance = 6;  ///< a letter's dots, each a point wide and high
 
-/// Writes what LoadBoard reads. Throws a Refusal when the file can't be written.
+/// A board's file has a line for each record and tabs between its columns. Loading throws a Refusal with the line that
+/// can't be read, storing when the file can't be written.
+Board LoadBoard(const std::filesystem::path& path);
 void SaveBoard(const Board& board, const std::filesystem::path& path);
 
-/// Null when there is none. Names are compared without case. The pointer lives until the board is edited.
-Component* FindComponent(Board& board, std::string_view refdes);
-Net* FindNet(Board& board, std::string_view name);
-const Pin* FindPin(const Component& component, std::string_view pin);
+/// The pages of a drawing set: plain text, parted by form feeds; the sides take turns. Throws a Refusal.
+std::vector<Page> LoadPages(const std::filesystem::path& path);
 
-/// The names of a component's nets, each once, in the order of its pins.
-std::vector<std::string> NetsOf(const Component& component);
+/// The record whose member has this text, in any case; null when there is none. Valid until the vector changes.
+template <typename Record>
+Record* Find(std::vector<Record>& records, std::string Record::*member, std::string_view text) {
+    for (Record& record : records) {
+        if (Lower(record.*member) == Lower(text)) return &record;
+    }
+    return nullptr;
+}
 
-/// Renames the net itself and at every pin; gives the number of pins.
-int RenameNet(Board& board, Net& net, const std::string& newName);
+/// "left,top,right,bottom".
+std::string BoxText(const Box& box);
 
-/// Where a place of the board stands on a page: the bottom side is seen from below, so it is mirrored.
-Point OnPage(const Board& board, const Page& page, Point place);
-Box OnPage(const Board& board, const Page& page, const Component& component);
+/// The box with its edges moved outwards.
+Box Grown(const Box& box, double by);
 
-/// All words of a page: its texts, then the labels of the parts that are drawn on it.
-std::vector<PageWord> WordsOf(const Board& board, const Page& page);
+/// Where a box of the board and a part's label stand on a page.
+Box OnPage(const Box& box);
+Word LabelOf(const Component& component);
+
+/// All words of a page: first the labels of its parts, then its text.
+std::vector<Word> WordsOf(const Board& board, const Page& page);

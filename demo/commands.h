@@ -5,44 +5,33 @@
 #include "api/exports.h"
 #include "board.h"
 
-#include <cstddef>
-#include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
-
 /// All that the viewer has open and selected.
 struct Viewer {
     std::filesystem::path boardPath;
     Board board;
-    std::optional<Schematic> schematic;  ///< attached to the board
+    std::filesystem::path schematicPath;  ///< the drawing set that is attached to the board; empty for none
     std::string selectedRefdes, selectedPin, selectedNet;
-    std::vector<std::string> findParts;  ///< what Find parts shows
-    int unsavedEdits = 0;
-    std::vector<std::filesystem::path> dataFolders;  ///< where the viewer's own files may stand, best first
-    std::filesystem::path pictureFolder;             ///< rendered pages go there; empty until the first one
-    int pictures = 0;
 };
 
 /// The fields of a command's text, which tabs part. A command gets no fewer fields than its row promises.
 using Fields = std::vector<std::string>;
 
-/// Carries out a command and gives its reply. Throws a Refusal, or another exception, when it can't.
-using CommandHandler = std::string (*)(Viewer& viewer, const Fields& fields);
+/// The handlers that read files beside the board; like all, they give a command's reply, or throw a Refusal.
+std::string SearchFiles(Viewer& viewer, const Fields& fields);
+std::string SearchIndexedContent(Viewer& viewer, const Fields& fields);
+std::string GetDiagnosticHints(Viewer& viewer, const Fields& fields);
+std::string GetPdfPageContext(Viewer& viewer, const Fields& fields);
+std::string PdfiumExtractText(Viewer& viewer, const Fields& fields);
 
-/// Carries out the library's command and fills in Success and Reply or LongReply. A handler's exception ends here.
+/// Carries out the library's command and fills in Success and Reply or LongReply. No exception leaves it.
 /// Gives one line for the console.
 std::string AnswerCommand(Viewer& viewer, HostCommand& command);
 
-/// Shows another board, with its drawing set when it names one that can be read. On a Refusal all stays as it was.
+/// Shows another board, with its drawing set when it names one. On a Refusal all stays as it was.
 void OpenBoard(Viewer& viewer, const std::filesystem::path& file);
 
-/// The first of the viewer's folders that has the file. A Refusal when none has it.
-std::filesystem::path FindData(const Viewer& viewer, const std::string& fileName);
-
-/// A field as what it should be; a Refusal that names it when it is something else.
-int NumberField(const Fields& fields, std::size_t index, const char* name);
-bool FlagField(const Fields& fields, std::size_t index, const char* name);
+/// A field as a number that is not negative, flags too; a Refusal when it is something else.
+std::size_t Number(const Fields& fields, std::size_t index);
 
 /// "key=value" and a line feed; the value stays on the line.
 std::string Entry(const char* key, const std::string& value);

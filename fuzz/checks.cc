@@ -113,25 +113,6 @@ bool IsJson(std::string_view text) {
     return reader.Value(0) && reader.At == text.size();
 }
 
-std::string UnescapeJson(std::string_view body) {
-    std::string text;
-    for (std::size_t i = 0; i < body.size(); ++i) {
-        if (body[i] != '\\') {
-            text += body[i];
-            continue;
-        }
-        const char escaped = body[++i];
-        const std::size_t letter = std::string_view("bfnrt").find(escaped);
-        if (escaped == 'u') {
-            text += static_cast<char>(std::stoi(std::string(body.substr(i + 1, 4)), nullptr, 16));
-            i += 4;
-        } else {
-            text += letter == std::string_view::npos ? escaped : "\b\f\n\r\t"[letter];
-        }
-    }
-    return text;
-}
-
 bool TakeOutputMessage(std::string_view& output, OutputMessage& message) {
     constexpr std::string_view header = "Content-Length: ";
     if (output.empty()) return false;

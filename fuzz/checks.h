@@ -19,9 +19,6 @@ bool IsUtf8(std::string_view bytes);
 /// True when `text` is exactly one JSON value, with blanks around it or not.
 bool IsJson(std::string_view text);
 
-/// Undoes the escapes of a JSON string's body, as far as the bridge writes them.
-std::string UnescapeJson(std::string_view body);
-
 /// The messages in the output of a bridge, in either framing. Ends the fuzzer when the framing is broken.
 struct OutputMessage {
     bool Framed;

@@ -58,10 +58,6 @@ void CheckMarker(const std::string& text) {
     if (extracted) Require(mimeType == plain->MimeType && data == plain->Data, "a marker gives its values");
 }
 
-bool NeedsEscapes(std::string_view text) {
-    return EscapeJsonText(text) != text;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
@@ -70,7 +66,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     const std::string escaped = EscapeReplyText(reply);
     Require(escaped.find_first_of("\r\n") == std::string::npos, "an escaped text is one line");
     Require(UnescapeControlText(escaped) == reply, "unescaping undoes escaping");
-    Require(UnescapeJson(EscapeJsonText(reply)) == reply, "a JSON string gives its text back");
     CheckMarker(reply);
 
     CaughtOutput caught;
@@ -83,6 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     std::string mimeType;
     std::string data;
     const bool image = !reply.starts_with("ERR\t") && ExtractImageMarker(text, mimeType, data);
-    if (IsUtf8(result.Body) && !(image && NeedsEscapes(data))) Require(IsJson(result.Body), "a result is valid JSON");
+    if (IsUtf8(result.Body) && !(image && EscapeJsonText(data) != data))
+        Require(IsJson(result.Body), "a result is valid JSON");
     return 0;
 }

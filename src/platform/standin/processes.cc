@@ -12,10 +12,10 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -130,24 +130,31 @@ std::string ExecutablePath(pid_t id) {
     return path;
 }
 
+/// The entry of a process; nothing for one that has ended, and for the kernel's own threads, which have no image. The
+/// look at the image comes first: it costs little and leaves out most of the table.
 std::optional<PROCESSENTRY32W> Describe(pid_t id) {
-    const std::string folder = "/proc/" + std::to_string(id);
-    if (ProcessStart(id) == 0) return std::nullopt;
     std::string name = ExecutablePath(id);
+    if (name.empty() && errno != EACCES) return std::nullopt;
     name.erase(0, name.rfind('/') + 1);
-    if (name.empty()) {
-        std::ifstream command(folder + "/comm");
-        std::getline(command, name);
-    }
-    if (name.empty()) return std::nullopt;
+    const Descriptor file(open(("/proc/" + std::to_string(id) + "/stat").c_str(), O_RDONLY | O_CLOEXEC));
+    char text[1024];
+    const ssize_t length = file ? read(file.Get(), text, sizeof(text) - 1) : 0;
+    if (length <= 0) return std::nullopt;
+    text[length] = '\0';
+    // The command stands in parentheses and may hold any byte; the numbers follow the last of them.
+    const char* const nameStart = std::strchr(text, '(');
+    const char* const nameEnd = std::strrchr(text, ')');
     PROCESSENTRY32W entry = {};
+    char state = 0;
+    constexpr const char* fields =
+        " %c %u %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %u";  // state, parent, ..., threads
+    if (nameStart == nullptr || nameEnd == nullptr ||
+        std::sscanf(nameEnd + 1, fields, &state, &entry.th32ParentProcessID, &entry.cntThreads) != 3 || state == 'Z') {
+        return std::nullopt;
+    }
+    if (name.empty()) name.assign(nameStart + 1, nameEnd);
     entry.dwSize = sizeof(entry);
     entry.th32ProcessID = static_cast<DWORD>(id);
-    std::ifstream status(folder + "/status");
-    for (std::string key; status >> key;) {
-        if (key == "PPid:") status >> entry.th32ParentProcessID;
-        if (key == "Threads:") status >> entry.cntThreads;
-    }
     CopyCut(Utf16From(name), entry.szExeFile, MAX_PATH);
     return entry;
 }

@@ -1,0 +1,88 @@
+/// From a reply line of the pipe to a finished result, in one process: throughput beside memcpy of the same bytes, and
+/// the most memory that it took. The results go to the null device.
+
+#include "mcp/framing.h"
+#include "tools/results.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <malloc.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+/// The median of several runs, in MiB/s.
+template <typename Run>
+double Throughput(std::size_t bytes, Run run) {
+    std::vector<double> rates;
+    for (int i = 0; i < 7; ++i) {
+        const auto start = std::chrono::steady_clock::now();
+        run();
+        const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start;
+        rates.push_back(static_cast<double>(bytes) / (1 << 20) / spent.count());
+    }
+    std::sort(rates.begin(), rates.end());
+    return rates[rates.size() / 2];
+}
+
+/// The process's peak memory so far in bytes, and its present one; the peak starts anew afterwards.
+std::size_t MemoryLine(const char* name) {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind(name, 0) == 0) return std::stoul(line.substr(line.find_first_of("0123456789"))) * 1024;
+    }
+    return 0;
+}
+
+std::string TextReply(std::size_t size) {
+    std::string reply = "OK\t";
+    while (reply.size() < size)
+        reply += "PU2\tbuck converter \"main\"\tpins 24 nets +VIN GND PGOOD_ALW and what else hangs on it\\n";
+    return reply;
+}
+
+std::string ImageReply(std::size_t size) {
+    return "OK\tORVANE_DISPLAY_IMAGE_REQUIRED\\nORVANE_MCP_IMAGE mime_type=image/png data=" + std::string(size, 'A');
+}
+
+void Measure(const char* kind, const std::string& reply) {
+    std::string given = reply;
+    std::ofstream("/proc/self/clear_refs") << 5;  // the peak starts at what stands now
+    const std::size_t before = MemoryLine("VmRSS");
+    RenderControlReply("1", std::move(given));
+    const std::size_t peak = MemoryLine("VmHWM") - before + reply.size();
+    // Each run has a reply of its own to use up, as the bridge has.
+    std::vector<std::string> replies(7, reply);
+    const double own = Throughput(reply.size(), [&] {
+        RenderControlReply("1", std::move(replies.back()));
+        replies.pop_back();
+    });
+    const double copy = Throughput(reply.size(), [&] {
+        const std::unique_ptr<char[]> target(new char[reply.size()]);
+        std::memcpy(target.get(), reply.data(), reply.size());
+        const volatile char sink = target[reply.size() / 2];
+        static_cast<void>(sink);
+    });
+    std::fprintf(
+        stderr,
+        "| %s reply of %zu MiB to a result | MiB/s | %.0f | memcpy %.0f: %.2f× | peak memory %.1f times the reply |\n",
+        kind, reply.size() >> 20, own, copy, own / copy, static_cast<double>(peak) / static_cast<double>(reply.size()));
+}
+
+}  // namespace
+
+int main() {
+    if (std::freopen("/dev/null", "w", stdout) == nullptr) return 1;
+    // Large blocks come fresh from the system for both sides, as a bridge's first large reply finds them.
+    mallopt(M_MMAP_THRESHOLD, 1 << 16);
+    for (const std::size_t mebibytes : {4, 8, 16}) {
+        Measure("text", TextReply(mebibytes << 20));
+        Measure("image", ImageReply(mebibytes << 20));
+    }
+    return 0;
+}

@@ -1,0 +1,184 @@
+// The launcher as clients that are not ours see it: the official SDK's client and the MCP Inspector's command line.
+// ORVANE_PROGRAMS is the folder with the two programs, ORVANE_RUNNER what starts them ("wine", or nothing).
+import assert from "node:assert/strict";
+import { execFile, spawn } from "node:child_process";
+import { once } from "node:events";
+import { copyFileSync, mkdtempSync } from "node:fs";
+import { createRequire } from "node:module";
+import { tmpdir } from "node:os";
+import { dirname, join, resolve } from "node:path";
+import { createInterface } from "node:readline";
+import { after, before, describe, test } from "node:test";
+import { promisify } from "node:util";
+
+import { Client } from "@modelcontextprotocol/sdk/client/index.js";
+import { StdioClientTransport } from "@modelcontextprotocol/sdk/client/stdio.js";
+import { Ajv } from "ajv";
+
+const programs = resolve(process.env.ORVANE_PROGRAMS);
+const runner = process.env.ORVANE_RUNNER ? [process.env.ORVANE_RUNNER] : [];
+const demo = resolve(import.meta.dirname ?? dirname(new URL(import.meta.url).pathname), "../../demo");
+const work = mkdtempSync(join(tmpdir(), "orvane-clients-"));
+
+function commandLine(program, ...args) {
+  const [command, ...rest] = [...runner, join(programs, program), ...args];
+  return { command, args: rest };
+}
+
+/** Starts the demo viewer on a copy of its board and waits until it serves. */
+async function startViewer() {
+  for (const file of ["demo_board.orv", "demo_schematic.sch", "diagnostic_hints.yaml"]) {
+    copyFileSync(join(demo, file), join(work, file));
+  }
+  const { command, args } = commandLine("Orvane.exe", "demo_board.orv");
+  const viewer = spawn(command, args, { cwd: work, stdio: ["ignore", "pipe", "inherit"] });
+  const lines = createInterface({ input: viewer.stdout });
+  const [line] = await once(lines, "line");
+  assert.match(line, /^serving /);
+  lines.on("line", () => {});
+  return viewer;
+}
+
+async function kill(viewer) {
+  viewer.kill("SIGKILL");
+  if (viewer.exitCode === null && viewer.signalCode === null) await once(viewer, "exit");
+}
+
+async function connect() {
+  const client = new Client({ name: "orvane-client-tests", version: "1.0.0" });
+  const transport = new StdioClientTransport({ ...commandLine("orvane_mcp.exe"), env: { ...process.env }, cwd: work });
+  await client.connect(transport);
+  return { client, transport };
+}
+
+/** Closes the client and sees the launcher's process end. */
+async function close({ client, transport }) {
+  const child = transport._process;
+  const ended = once(child, "exit");
+  await client.close();
+  const [code, signal] = await ended;
+  assert.equal(signal, null, "the launcher ends by itself when its input ends");
+  assert.equal(code, 0);
+}
+
+const samples = {
+  list_commands: {},
+  get_board_state: {},
+  select_component: { refdes: "PU2" },
+  select_pin: { refdes: "PU2", pin: "1" },
+  select_net: { net: "+VIN" },
+  find_components: { query: "charger" },
+  get_component_info: { refdes: "PU2" },
+  get_net_info: { net: "+VIN" },
+  update_component: { refdes: "PU2", note: "checked \"twice\"\tµ" },
+  bulk_update_components: { updates: [{ refdes: "PU2", value: "charger" }], dry_run: true },
+  update_net: { net: "+VIN", description: "input rail" },
+  export_orv: { path: "exported.orv" },
+  list_components: { limit: 3, include_nets: false },
+  get_diagnostic_hints: { query: "no backlight" },
+  search_indexed_content: { query: "PU2", file_type: "boardview" },
+  get_pdf_page_context: { page: 1, query: "PU2" },
+  extract_pdfium_text: { page_start: 1, page_end: 1 },
+  render_pdf_page_image: { page: 1, image_mode: "page" },
+  search_files: { query: "demo_board" },
+};
+
+function onlyText(result) {
+  assert.equal(result.content.length, 1);
+  assert.equal(result.content[0].type, "text");
+  return result.content[0].text;
+}
+
+describe("a viewer is running", () => {
+  let viewer;
+  let session;
+  before(async () => {
+    viewer = await startViewer();
+    session = await connect();
+  });
+  after(async () => {
+    await session.client.close();
+    await kill(viewer);
+  });
+
+  test("19 tools are listed, and each one's sample call is valid under its own schema", async () => {
+    const { tools } = await session.client.listTools();
+    assert.deepEqual(tools.map((tool) => tool.name), Object.keys(samples));
+    const ajv = new Ajv({ strict: true, strictTypes: false });
+    for (const tool of tools) {
+      const validate = ajv.compile(tool.inputSchema);
+      assert.ok(validate(samples[tool.name]), `${tool.name}: ${ajv.errorsText(validate.errors)}`);
+      assert.ok(!validate({ ...samples[tool.name], made_up: 1 }), `${tool.name} allows what it does not know`);
+    }
+  });
+
+  for (const name of Object.keys(samples)) {
+    test(`${name} answers`, async () => {
+      const result = await session.client.callTool({ name, arguments: samples[name] });
+      assert.equal(result.isError, false, JSON.stringify(result));
+      assert.ok(result.content[0].text.length > 0);
+    });
+  }
+
+  test("a rendered page comes as an image block that is a PNG", async () => {
+    const result = await session.client.callTool({ name: "render_pdf_page_image", arguments: { page: 1 } });
+    const image = result.content.find((block) => block.type === "image");
+    assert.equal(image.mimeType, "image/png");
+    const bytes = Buffer.from(image.data, "base64");
+    assert.deepEqual([...bytes.subarray(0, 8)], [0x89, 0x50, 0x4e, 0x47, 0x0d, 0x0a, 0x1a, 0x0a]);
+    assert.equal(bytes.subarray(-8, -4).toString("latin1"), "IEND");
+  });
+
+  test("failures are results with isError", async () => {
+    const unknown = await session.client.callTool({ name: "select_component", arguments: { refdes: "ZZ99" } });
+    assert.equal(unknown.isError, true);
+    assert.match(onlyText(unknown), /ZZ99/);
+    const missing = await session.client.callTool({ name: "select_net", arguments: {} });
+    assert.equal(missing.isError, true);
+    assert.equal(onlyText(missing), "select_net requires a non-empty net argument.");
+  });
+
+  test("an unknown method is a protocol error, and the session goes on", async () => {
+    await assert.rejects(session.client.listPrompts(), (error) => error.code === -32601 || /prompts/.test(error.message));
+    assert.match(onlyText(await session.client.callTool({ name: "get_board_state", arguments: {} })), /board/);
+  });
+
+  test("the Inspector's command line lists the tools and calls one", async () => {
+    const cli = createRequire(import.meta.url).resolve("@modelcontextprotocol/inspector/cli/build/cli.js");
+    const { command, args } = commandLine("orvane_mcp.exe");
+    const inspect = async (...more) => {
+      const { stdout } = await promisify(execFile)(process.execPath, [cli, "--cli", command, ...args, ...more], {
+        cwd: work,
+        timeout: 60000,
+      });
+      return JSON.parse(stdout);
+    };
+    assert.equal((await inspect("--method", "tools/list")).tools.length, 19);
+    const selected = await inspect("--method", "tools/call", "--tool-name", "select_component", "--tool-arg", "refdes=PU2");
+    assert.equal(selected.isError, false);
+    assert.match(selected.content[0].text, /^ORVANE_FINAL/);
+  });
+
+});
+
+test("with no viewer, lists and samples answer and a call says what is missing", async () => {
+  const session = await connect();
+  assert.equal((await session.client.listTools()).tools.length, 19);
+  const list = await session.client.callTool({ name: "list_commands", arguments: {} });
+  assert.match(onlyText(list), /^Sample Orvane usage/);
+  const call = await session.client.callTool({ name: "get_board_state", arguments: {} });
+  assert.equal(call.isError, true);
+  assert.equal(onlyText(call), "Failed to send command to Orvane.");
+  await close(session);
+});
+
+test("a session outlives its viewer", async () => {
+  const session = await connect();
+  for (let life = 0; life < 3; ++life) {
+    const viewer = await startViewer();
+    const call = await session.client.callTool({ name: "select_component", arguments: { refdes: "PU2" } });
+    assert.equal(call.isError, false, `life ${life}: ${JSON.stringify(call)}`);
+    await kill(viewer);
+  }
+  await close(session);
+});

@@ -1,0 +1,66 @@
+#include "host_window.h"
+
+#include "control/announcement.h"
+
+static thread_local HostWindow* threadHost = nullptr;
+
+static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message == WM_CLOSE) return DestroyWindow(window);
+    if (message == WM_DESTROY) PostQuitMessage(0);
+    if (message != HostCommandMessage) return DefWindowProcW(window, message, wParam, lParam);
+    HostCommand& command = *reinterpret_cast<HostCommand*>(lParam);
+    EXPECT_EQ(command.Text, WideString(command.LongText).substr(0, 1023));
+    EXPECT_TRUE(command.Size == 34864 && command.Success == 0 && *command.Reply == 0 && !command.LongReply);
+    ++threadHost->Commands;
+    return threadHost->OnCommand(command);
+}
+
+void SetLongReply(HostCommand& command, WideView text) {
+    command.LongReply = static_cast<WCHAR*>(CoTaskMemAlloc(text.size() * sizeof(WCHAR) + 1));
+    command.LongReplyLength = static_cast<std::uint32_t>(text.copy(command.LongReply, text.size()));
+}
+
+LRESULT Echo(HostCommand& command) {
+    const WideView text(command.LongText, command.LongTextLength);
+    SetLongReply(command, Utf8ToWide(std::to_string(command.CommandId) + ":" + WideToUtf8(text)));
+    return command.Success = 1;
+}
+
+HostWindow::HostWindow(std::function<LRESULT(HostCommand&)> answer) : OnCommand(std::move(answer)) {
+    Thread = std::thread([this] {
+        threadHost = this;
+        const WCHAR* const name = TEXT("OrvaneTestHost");
+        const WNDCLASSW windowClass{0, Procedure, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, name};
+        RegisterClassW(&windowClass);  // fails for all but the first, which is enough
+        Handle = CreateWindowExW(0, name, name, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
+        Handle.notify_all();
+        for (MSG message; GetMessageW(&message, nullptr, 0, 0) > 0;) DispatchMessageW(&message);
+    });
+    Handle.wait(nullptr);
+}
+
+HostWindow::~HostWindow() {
+    PostMessageW(Handle, WM_CLOSE, 0, 0);
+    Thread.join();
+}
+
+void ServerTest::TearDown() {
+    OrvaneMcp_StopControlServer();
+    EXPECT_TRUE(SessionsBecome(0));
+    AnnounceControlServer(false);
+}
+
+int ServerTest::Start(HWND window, DWORD processIdOverride, WideView directory) {
+    ControlServerStartInfo info{0, window, processIdOverride, {}};
+    directory.copy(info.Directory, directory.size());
+    return OrvaneMcp_StartControlServer(&info);
+}
+
+std::string ServerTest::ClientNames() {
+    std::string names;
+    ClientInfo info{sizeof info, {}, {}, {}};
+    for (int i = 0; OrvaneMcp_GetClientInfo(i, &info) != 0; ++i) names += WideToUtf8(info.DisplayName) + ",";
+    const std::string rest = WideToUtf8(info.Transport) + WideToUtf8(info.ConnectedAt);
+    EXPECT_THAT(rest, testing::AnyOf("", testing::MatchesRegex("stdio bridge20..-..-.. ..:..:..")));
+    return names;
+}

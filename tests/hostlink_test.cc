@@ -1,0 +1,73 @@
+#include "child_process.h"
+#include "control/announcement.h"
+#include "control/protocol.h"
+#include "host_window.h"
+#include "hostlink/client_identity.h"
+#include "hostlink/connection.h"
+#include "hostlink/discovery.h"
+#include "tools/results.h"
+
+TEST_F(ServerTest, OnlyAWholeAnnouncementOfALiveProcessIsFound) {
+    ServerState().PipeName = TEXT("own");
+    ChildProcess dead(TEXT("./orvane_mcp.exe"));
+    dead.Kill(STILL_ACTIVE);
+    const std::tuple<LPCWSTR, DWORD, WideString, std::string> rows[] = {
+        {Announcement::PipeName, REG_EXPAND_SZ, WideString(511, '%') + WCHAR(0), std::string(511, '%')},
+        {Announcement::PipeName, REG_SZ, WideString(512, 'x') + WCHAR(0), ""},
+        {Announcement::PipeName, REG_BINARY, TEXT("x"), ""},
+        {Announcement::ControlServerEnabled, REG_DWORD, {0, 1}, "own"},
+        {Announcement::ControlServerEnabled, REG_DWORD, {0, 0}, ""},
+        {Announcement::ControlServerEnabled, REG_BINARY, {1, 0}, ""},
+        {Announcement::ControlServerEnabled, REG_DWORD, {1, 0, 0, 0}, ""},
+        {Announcement::ProcessId, REG_DWORD, {static_cast<WCHAR>(dead.Id), static_cast<WCHAR>(dead.Id >> 16)}, ""},
+    };
+    for (const auto& [value, type, data, found] : rows) {
+        AnnounceControlServer(true);
+        OrvaneMcp_StopControlServer();  // without a server it withdraws nothing
+        HKEY key = nullptr;
+        RegOpenKeyExW(HKEY_CURRENT_USER, Announcement::Key, 0, KEY_SET_VALUE, &key);
+        const auto* const bytes = reinterpret_cast<const BYTE*>(data.data());
+        RegSetValueExW(key, value, 0, type, bytes, static_cast<DWORD>(data.size() * sizeof(WCHAR)));
+        RegCloseKey(key);
+        std::string names;
+        for (const WideString& name : FindControlPipes()) names += WideToUtf8(name);
+        EXPECT_EQ(names, found) << WideToUtf8(value) << " as " << type << ", " << data.size() << " units";
+    }
+}
+
+TEST_F(ServerTest, NothingButAnOkToItsGreetingConnectsTheBridge) {
+    ServerState().PipeName = ControlPipeName(4242);
+    for (const std::string answer : {"OK\r\nlost\n", "OK\t\n", "ok\n", "\n", "OK"}) {
+        const bool accepted = answer.starts_with("OK\r\n");
+        HANDLE pipe = CreateNamedPipeW(ControlPipeName(4242).c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr);
+        std::thread viewer([&] {
+            ConnectNamedPipe(pipe, nullptr);
+            EXPECT_EQ(ReadUntil(pipe, "\n"), "HELLO " + BuildClientName());
+            WriteBytes(pipe, answer);
+            if (accepted && ReadUntil(pipe, "\n") == "line") WriteBytes(pipe, "reply\n");
+            CloseHandle(pipe);
+        });
+        AnnounceControlServer(true);
+        std::string reply;
+        EXPECT_EQ(ConnectControlPipe(MainThreadConnectTimeOut), accepted) << answer;
+        EXPECT_EQ(SendControlLine("line", reply) ? reply : "none", accepted ? "reply" : "none");
+        viewer.join();
+        CloseControlConnection();
+    }
+}
+
+TEST_F(ServerTest, ACommandIsSentAgainToAViewerThatHasComeBack) {
+    HostWindow host;
+    Start(host.Handle);
+    EXPECT_FALSE(EnsureControlConnection(0)) << "no time, no attempt";
+    EXPECT_TRUE(EnsureControlConnection(MainThreadConnectTimeOut));
+    std::string reply, text(2000, 'x');
+    EXPECT_TRUE(SendControlLine("GET_NET\t" + text, reply) && reply == "OK\t7:" + text) << reply;
+    OrvaneMcp_StopControlServer();
+    Start(host.Handle);
+    EXPECT_TRUE(EnsureControlConnection(0)) << "open, though dead";
+    testing::internal::CaptureStdout();
+    RunControlCommand("1", "GET_NET\tagain");
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::HasSubstr("7:again"));
+    CloseControlConnection();
+}

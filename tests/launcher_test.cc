@@ -1,0 +1,54 @@
+#include "child_process.h"
+#include "control/protocol.h"
+#include "host_window.h"
+#include "hostlink/discovery.h"
+#include "mcp/catalogue.h"
+#include "platform/module.h"
+
+TEST_F(ServerTest, TheLauncherAnswersEachMessageInItsOwnFramingUntilItsInputEnds) {
+    const auto framed = [](std::string body) {
+        return "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    };
+    const std::string head = R"({"jsonrpc":"2.0","id":)";
+    const std::string ping = R"({"method":"ping","id":7})";
+    const std::string unknown = R"(,"error":{"code":-32601,"message":"Method not found"}})";
+    const std::string refused = head + "7" + unknown;
+    const std::pair<std::string, std::string> rows[] = {
+        {"", ""},
+        {"\n \n" + ping + "\r\n", refused + "\n"},
+        {framed(ping) + "\r\n" + ping + "\n" + framed(ping), framed(refused) + refused + "\n" + framed(refused)},
+        {"X: y\r\nCONTENT-LENGTH:\t+24 ; x\nContent-Length: 1\nX: y\n\n" + ping, framed(refused)},
+        {"Content-Length: 33554433\r\n\r\n" + ping, refused + "\n"},
+        {"Content-Length: 33554432\r\n\r\n" + ping + "\n", ""},
+        {framed("{\n\"method\": \"x\",\n\"id\": 7\n}"), framed(head + "7\n" + unknown)},
+        {R"({"method":"ping"})", ""},
+        {R"({"id":"a,\"b","result":{}})", head + R"("a,\"b")" + unknown + "\n"},
+        {R"({"id":1,"method":"notifications/initialized"})", ""},
+        {R"({"method":"initialize"})", (head + "null").append(InitializeResultText) + "\n"},
+        {R"({"id":1.5,"method": "tools/list"})", (head + "1.5").append(ToolListResultText) + "\n"},
+        {R"({"id":null,"method":"tools/call","params":{"name":"get_net_info","arguments":{"net":"GND"}}})",
+         head + R"(null,"result":{"content":[{"type":"text","text":"7:GND"}],"isError":false}})" + "\n"},
+    };
+    HostWindow host;
+    Start(host.Handle);
+    for (const auto& [input, output] : rows) {
+        ChildProcess bridge(TEXT("./orvane_mcp.exe"));
+        bridge.Send(input);
+        bridge.Input.reset();
+        EXPECT_EQ(bridge.Read("<no mark>"), output + "<end>") << input;
+        EXPECT_EQ(bridge.WaitForExitCode(), 0u) << input;
+    }
+    EXPECT_TRUE(IsControlServerAnnounced()) << "whatever launchers end";
+}
+
+TEST_F(ServerTest, TheBridgeFindsAViewerByItselfAndAgainAfterItWasKilled) {
+    ChildProcess bridge(TEXT("./orvane_mcp.exe"));
+    for (const bool restarted : {false, true}) {
+        ChildProcess viewer(TEXT("./Orvane.exe"), Utf8ToWide("\"" ORVANE_DEMO_BOARD "\""));
+        EXPECT_TRUE(restarted || viewer.Read("pid " + std::to_string(bridge.Id)).find("<end>") == std::string::npos);
+        EXPECT_TRUE(Eventually([&] {
+            bridge.Send(R"({"id":1,"method":"tools/call","params":{"name":"get_board_state"}})" + std::string("\n"));
+            return bridge.Read("\n").find("demo_board.orv") != std::string::npos;
+        }));
+    }
+}

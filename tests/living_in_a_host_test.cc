@@ -1,0 +1,97 @@
+/// The shared library in processes of its own kind of host: how they end, stop, free it and go on.
+
+#include "child_process.h"
+#include "control/announcement.h"
+#include "control/protocol.h"
+#include "hostlink/discovery.h"
+#include "platform/module.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+bool Announced() {
+    return !ReadRegistryString(HKEY_CURRENT_USER, Announcement::Key, Announcement::PipeName).empty();
+}
+
+ChildProcess StartHost(const char* mode) {
+    return ChildProcess(ModulePath(nullptr), Utf8ToWide(std::string("--host ") + mode));
+}
+
+/// A client of another process's server, greeted.
+RawClient ClientOf(DWORD processId) {
+    return RawClient(ControlPipeName(processId), "guest");
+}
+
+TEST(LivingInAHost, AHostThatExitsInTheMiddleOfACommandIsGoneAndSoIsItsAnnouncement) {
+    ChildProcess host = StartHost("exit");
+    EXPECT_EQ(host.Read("\n"), "serving");
+    RawClient idle = ClientOf(host.Id), busy = ClientOf(host.Id);
+    busy.Send("GET_BOARD_STATE\n");
+    EXPECT_EQ(host.Read("\n"), "command");
+    EXPECT_TRUE(Announced());
+    host.Send("\n");
+    EXPECT_EQ(host.WaitForExitCode(), 0u);
+    EXPECT_FALSE(Announced());
+    EXPECT_EQ(idle.Read() + busy.Read(), "<end><end>");
+}
+
+TEST(LivingInAHost, AHostMayStopInsideACommandAndFreeTheLibraryAtAnyTime) {
+    for (const char* mode : {"stop", "free", "stop-free"}) {
+        ChildProcess host = StartHost(mode);
+        EXPECT_EQ(host.Read("\n"), "serving") << mode;
+        {
+            RawClient client = ClientOf(host.Id);
+            client.Send("GET_BOARD_STATE\n");
+            EXPECT_EQ(host.Read("\n"), "command") << mode;
+            // The command that was under way is answered; after a stop the session then ends by itself.
+            EXPECT_EQ(client.Read(), "OK\t2:") << mode;
+            if (mode != std::string("free")) {
+                EXPECT_EQ(client.Read(), "<end>") << mode;
+            }
+        }
+        host.Send("\n");
+        EXPECT_EQ(host.WaitForExitCode(), 0u) << mode;
+        EXPECT_FALSE(Announced()) << mode;
+    }
+}
+
+TEST(LivingInAHost, TwoViewersShareOneAnnouncementAndAKilledOnesIsPassedOver) {
+    ChildProcess first = StartHost("free");
+    EXPECT_EQ(first.Read("\n"), "serving");
+    ChildProcess second = StartHost("free");
+    EXPECT_EQ(second.Read("\n"), "serving");
+    EXPECT_THAT(FindControlPipes(), testing::ElementsAre(ControlPipeName(second.Id)))
+        << "the last to start stands there";
+    second.Kill();
+    EXPECT_TRUE(Announced());
+    EXPECT_THAT(FindControlPipes(), testing::IsEmpty()) << "nobody lives behind the values that were left";
+    first.Kill();
+    AnnounceControlServer(false);
+}
+
+TEST(LivingInAHost, FiveHundredClientsLeaveNothingBehind) {
+    ChildProcess host = StartHost("count");
+    EXPECT_EQ(host.Read("\n"), "serving");
+    const auto usageAfter = [&host](int clients) {
+        for (int i = 0; i < clients; ++i) {
+            RawClient client = ClientOf(host.Id);
+            if (i % 10 != 0) continue;
+            EXPECT_EQ(client.Exchange("GET_BOARD_STATE"), "OK\t2:");
+        }
+        std::string usage;
+        // Threads take a moment to leave the process when their work is done.
+        Eventually([&] {
+            host.Send("\n");
+            const std::string before = std::exchange(usage, host.Read("\n"));
+            return usage == before;
+        });
+        return usage;
+    };
+    const std::string early = usageAfter(50);
+    EXPECT_EQ(usageAfter(450), early);
+    host.Input.reset();
+    EXPECT_EQ(host.WaitForExitCode(), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,9 @@
+#include "guest_host.h"
+
+#include <gmock/gmock.h>
+
+int main(int argc, char** argv) {
+    if (argc > 2 && argv[1] == std::string("--host")) return RunGuestHost(argv[2]);
+    testing::InitGoogleMock(&argc, argv);
+    return RUN_ALL_TESTS();
+}

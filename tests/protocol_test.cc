@@ -1,0 +1,65 @@
+#include "control/protocol.h"
+
+#include "control/clients.h"
+#include "hostlink/client_identity.h"
+#include "text/paths.h"
+
+#include <gtest/gtest.h>
+
+using namespace std::string_literals;
+
+TEST(ReplyText, StaysOnOneLineAndComesBack) {
+    const std::string text = "a\nb\r\n\\n\\\\r\t\0\"\xc2\xb5\xff\\"s;
+    EXPECT_EQ(EscapeReplyText(text), "a\\nb\\r\\n\\\\n\\\\\\\\r\t\0\"\xc2\xb5\xff\\\\"s);
+    EXPECT_EQ(UnescapeControlText(EscapeReplyText(text)), text);
+    EXPECT_EQ(UnescapeControlText(R"(\t\x\\\n\)"), "\\t\\x\\\n\\");  // what no escaping gives stays as it is
+}
+
+TEST(ClientName, IsWorkedOutFromTheParentsImage) {
+    const std::pair<WideString, std::string> rows[] = {
+        {TEXT("\u00c9\U0001F600 Claude\x7f"), "Claude MCP client (bridge pid 4294967295, parent ??? Claude\x7f)"},
+        {TEXT("claude-CODEX.exe"), "Codex MCP client (bridge pid 4294967295, parent claude-CODEX.exe)"},
+        {TEXT("Code.exe"), "VS Code MCP client (bridge pid 4294967295, parent Code.exe)"},
+        {TEXT("Code - Insiders.exe"), "MCP client (bridge pid 4294967295, parent Code - Insiders.exe)"},
+        {TEXT(""), "MCP client (bridge pid 4294967295)"},
+    };
+    for (const auto& [parent, name] : rows) EXPECT_EQ(FormatClientName(4294967295, parent), name);
+    EXPECT_EQ(ControlPipeName(4294967295), TEXT("\\\\.\\pipe\\orvane_mcp_control_4294967295"));
+}
+
+TEST(ClientName, IsTidiedForDisplay) {
+    const std::string rows[][2] = {
+        {"claude, MyCodexTool", "Codex MCP client"},       {" \t\r\n\u3000", "MCP client"},
+        {"CLAUDE desktop", "Claude MCP client"},           {"\u00a0 CODE\t", "VS Code MCP client"},
+        {"VS Code Insiders", "VS Code MCP client"},        {" code-server ", "code-server"},
+        {" Codex (BRIDGE PID 4)", "Codex (BRIDGE PID 4)"},
+    };
+    for (const auto& [name, tidied] : rows) EXPECT_EQ(WideToUtf8(NormalizeClientName(Utf8ToWide(name))), tidied);
+    EXPECT_EQ(ExtractBridgeSuffix(TEXT("a(bridge pid 1) (BRIDGE PID 2)")), TEXT(""));
+    EXPECT_EQ(ExtractBridgeSuffix(TEXT("a (bridge pid 1) (bridge pid 2)")), TEXT(" (bridge pid 1) (bridge pid 2)"));
+}
+
+TEST(Paths, AreCutAndJoinedAtEitherSeparator) {
+    const WideString parents[][2] = {
+        {TEXT("C:\\a/b.c"), TEXT("C:\\a")}, {TEXT("C:/a\\b"), TEXT("C:/a")}, {TEXT("C:\\x"), TEXT("C:")},
+        {TEXT("C:\\a\\"), TEXT("C:\\a")},   {TEXT("x"), TEXT("")},           {TEXT(""), TEXT("")},
+    };
+    for (const auto& [path, parent] : parents) EXPECT_EQ(ParentDirectory(path), parent);
+    EXPECT_EQ(JoinPath(TEXT(""), TEXT("f")), TEXT("f"));
+    EXPECT_EQ(JoinPath(TEXT("C:"), TEXT("f")), TEXT("C:\\f"));
+    EXPECT_EQ(JoinPath(TEXT("a\\"), TEXT("f")), TEXT("a\\f"));
+    EXPECT_EQ(JoinPath(TEXT("a/"), TEXT("f")), TEXT("a/f"));
+}
+
+TEST(Utf8, GoesBothWaysUpToANul) {
+    const std::string bytes = "a\xc2\xb5\xe2\x82\xac\xf0\x9f\x98\x80" + std::string(70000, 'x');
+    const WideString units = TEXT("a\u00b5\u20ac\U0001F600") + WideString(70000, 'x');
+    EXPECT_EQ(Utf8ToWide(bytes + "\0b"s), units);
+    EXPECT_EQ(WideToUtf8(units + WideString({0, 'b'})), bytes);
+    EXPECT_EQ(Utf8ToWide("\0a\xc2\xb5\x7f\0"s), WideString({0, 'a', '?', '?', 0x7F, 0}));
+    EXPECT_EQ(WideToUtf8(WideString({0, 'a', 0xB5, 0x7F, 0})), "\0a?\x7f\0"s);
+    EXPECT_EQ(Utf8ToWide("a\xff-\xc3"), TEXT("a\ufffd-\ufffd"));
+    EXPECT_EQ(Utf8ToWide("\xed\xa0\x80-\xf4\x90\x80\x80"), TEXT("\ufffd\ufffd-\ufffd\ufffd\ufffd"))
+        << "as Windows counts";
+    EXPECT_EQ(WideToUtf8(WideString({'a', 0xD83D, '-', 0xDE00})), "a\xef\xbf\xbd-\xef\xbf\xbd");
+}
