@@ -47,18 +47,19 @@ int RunGuestHost(const std::string& mode) {
     const auto count = Export<decltype(&OrvaneMcp_GetClientCount)>(library, "OrvaneMcp_GetClientCount");
     const auto version = Export<decltype(&OrvaneMcp_GetApiVersion)>(library, "OrvaneMcp_GetApiVersion");
 
-    std::atomic<bool> answered = false;
+    std::atomic<bool> answered = false, serving = false;
     HostWindow host([&](HostCommand& command) -> LRESULT {
         Say("command");
         if (mode == "exit") Sleep(INFINITE);
-        if (mode.starts_with("stop")) stop();
+        if (mode.starts_with("stop") && Eventually([&] { return serving.load(); })) stop();
         if (mode == "stop-free") FreeLibrary(library), FreeLibrary(library);
         answered = true;
         return Echo(command);
     });
     ControlServerStartInfo info{};
     info.HostWindowHandle = host.Handle;
-    if (start(&info) != 1) return 1;
+    serving = start(&info) == 1;
+    if (!serving) return 1;
     if (mode == "free") FreeLibrary(library), FreeLibrary(library);
     Say("serving");
     if (mode == "exit") return TakeLine() ? std::exit(0), 0 : 1;
