@@ -11,9 +11,7 @@ namespace {
 constexpr std::string_view MethodNotFoundText = R"(,"error":{"code":-32601,"message":"Method not found"}})";
 
 void WriteReply(std::string_view idText, std::string_view tail) {
-    std::string body(ReplyHead);
-    body.append(idText).append(tail);
-    WriteMcpMessage(body);
+    WriteMcpMessage({ReplyHead, idText, tail});
 }
 
 /// A string from its opening quote, at the text's start, to its closing one; empty when that is missing.
@@ -64,9 +62,14 @@ std::string ExtractMessageId(std::string_view message) {
 }
 
 bool MessageHasMethod(std::string_view message, std::string_view name) {
-    const std::string value = '"' + std::string(name) + '"';
-    return message.find(R"("method":)" + value) != std::string_view::npos ||
-           message.find(R"("method": )" + value) != std::string_view::npos;
+    constexpr std::string_view key = R"("method":)";
+    for (std::size_t at = message.find(key); at != std::string_view::npos; at = message.find(key, at + key.size())) {
+        std::string_view value = message.substr(at + key.size());
+        if (value.starts_with(' ')) value.remove_prefix(1);
+        if (!value.starts_with('"') || !value.substr(1).starts_with(name)) continue;
+        if (value.substr(1 + name.size()).starts_with('"')) return true;
+    }
+    return false;
 }
 
 void RunMessageLoop(ToolCallHandler handleToolCall) try {

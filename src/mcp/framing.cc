@@ -69,14 +69,18 @@ bool ReadMcpMessage(std::string& out) {
 }
 
 void WriteMcpMessage(std::string_view body) {
+    WriteMcpMessage({body});
+}
+
+void WriteMcpMessage(std::initializer_list<std::string_view> parts) {
     if (FramedOutput) {
+        std::size_t length = 0;
+        for (const std::string_view part : parts) length += part.size();
         char header[64];
-        std::snprintf(header, sizeof header, "Content-Length: %zu\r\n\r\n", body.size());
+        std::snprintf(header, sizeof header, "Content-Length: %zu\r\n\r\n", length);
         std::fputs(header, stdout);
-        std::fwrite(body.data(), 1, body.size(), stdout);
-    } else {
-        std::fwrite(body.data(), 1, body.size(), stdout);
-        std::fputc('\n', stdout);
     }
+    for (const std::string_view part : parts) std::fwrite(part.data(), 1, part.size(), stdout);
+    if (!FramedOutput) std::fputc('\n', stdout);
     std::fflush(stdout);
 }

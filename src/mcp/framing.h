@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,9 @@ bool ReadMcpMessage(std::string& out);
 
 /// Writes one message and flushes. A client that has gone away is not noticed here: its input ends as well.
 void WriteMcpMessage(std::string_view body);
+
+/// The same for a body in parts, which are not joined first: one of them may be a long constant text.
+void WriteMcpMessage(std::initializer_list<std::string_view> parts);
 
 /// Reads one line, its line end included. A last line without a line feed still counts; false when there is none.
 bool ReadInputLine(std::string& line);
