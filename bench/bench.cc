@@ -1,8 +1,9 @@
 /// Whole-process figures of the bridge and the control server, beside what people would use instead. Prints one table
 /// in Markdown. Linux only: it drives Windows programs through wine like any other process.
 ///
-/// Arguments: NAME=COMMAND for each bridge to be measured, and viewer:NAME=COMMAND for the viewer it talks to. Each
-/// command is split at blanks. The peer called "SDK server" is what ratios refer to.
+/// Arguments: NAME=COMMAND for each bridge to be measured, with viewer:NAME=COMMAND for the viewer it talks to and
+/// clients:NAME=COMMAND for the idle clients that the viewer is given. Each command is split at blanks. The peer called
+/// "SDK server" is what ratios refer to.
 
 #include <algorithm>
 #include <chrono>
@@ -15,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sstream>
@@ -47,8 +49,7 @@ void Say(const std::string& what) {
     std::fprintf(stderr, "bench: %s\n", what.c_str());
 }
 
-// ---- Processes
-// --------------------------------------------------------------------------------------------------------
+// ---- Processes -----------------------------------------------------------------------------------------------------
 
 /// A child with pipes on its standard streams; killed at the end if it still runs.
 class Child {
@@ -87,26 +88,35 @@ class Child {
 
     pid_t Pid() const { return pid_; }
 
-    /// Writes `request` and takes the output's next `bytes`, or its next line when that is 0. Both at once, so that
-    /// neither side waits for the other with full pipes. Gives what was read.
+    /// Writes `request` and takes the output's next `bytes`, or its next line when that is 0. Gives what was read.
     std::string Exchange(const std::string& request, std::size_t bytes = 0) {
+        constexpr std::size_t alwaysTaken = 4096;  // by an empty pipe, at once
         std::string reply;
         std::size_t sent = 0;
-        fcntl(in_, F_SETFL, O_NONBLOCK);
         static std::vector<char> chunk(1 << 20);
-        while (bytes > 0 ? reply.size() < bytes : reply.empty() || reply.back() != '\n') {
+        const auto whole = [&] { return bytes > 0 ? reply.size() >= bytes : !reply.empty() && reply.back() == '\n'; };
+        const auto take = [&] {
+            const ssize_t count = read(out_, chunk.data(), chunk.size());
+            if (count <= 0) Fail("a program ended in the middle");
+            reply.append(chunk.data(), static_cast<std::size_t>(count));
+        };
+        if (request.size() <= alwaysTaken) {
+            if (write(in_, request.data(), request.size()) < 0) Fail("a program takes nothing");
+            while (!whole()) take();
+            return reply;
+        }
+        // Both at once, so that neither side waits for the other with full pipes.
+        fcntl(in_, F_SETFL, O_NONBLOCK);
+        while (!whole()) {
             pollfd ends[2] = {{out_, POLLIN, 0}, {in_, POLLOUT, 0}};
             if (poll(ends, sent < request.size() ? 2 : 1, 60000) <= 0) Fail("no answer within a minute");
             if (sent < request.size() && (ends[1].revents & POLLOUT) != 0) {
                 const ssize_t count = write(in_, request.data() + sent, request.size() - sent);
                 if (count > 0) sent += static_cast<std::size_t>(count);
             }
-            if ((ends[0].revents & (POLLIN | POLLHUP)) != 0) {
-                const ssize_t count = read(out_, chunk.data(), chunk.size());
-                if (count <= 0) Fail("a program ended in the middle");
-                reply.append(chunk.data(), static_cast<std::size_t>(count));
-            }
+            if ((ends[0].revents & (POLLIN | POLLHUP)) != 0) take();
         }
+        fcntl(in_, F_SETFL, 0);
         return reply;
     }
 
@@ -146,16 +156,21 @@ class Child {
     std::thread drain_;
 };
 
-/// Starts a viewer and waits for the line by which it says that it serves.
-std::unique_ptr<Child> StartViewer(const std::string& command) {
-    auto viewer = std::make_unique<Child>(command);
-    viewer->Exchange("");
-    viewer->Discard();
-    return viewer;
-}
+struct Viewer {
+    Child Process;
+    std::string PipeName;
 
-// ---- Messages
-// ---------------------------------------------------------------------------------------------------------
+    /// Waits for the line by which it says where it serves.
+    explicit Viewer(const std::string& command) : Process(command) {
+        const std::string line = Process.Exchange("");
+        const std::size_t start = line.find("\\\\.\\pipe");
+        if (start == std::string::npos) Fail("the viewer does not serve: " + line);
+        PipeName = line.substr(start, line.find_last_not_of("\r\n") + 1 - start);
+        Process.Discard();
+    }
+};
+
+// ---- Messages ------------------------------------------------------------------------------------------------------
 
 const std::string Initialize =
     R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"protocolVersion":"2024-11-05","capabilities":{},)"
@@ -180,8 +195,7 @@ std::string LargeCall(std::size_t bytes, bool framed) {
     return framed ? "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body : body + "\n";
 }
 
-// ---- The table
-// ---------------------------------------------------------------------------------------------------------
+// ---- The table -----------------------------------------------------------------------------------------------------
 
 struct Row {
     std::string What, Unit;
@@ -232,11 +246,10 @@ void PrintTable() {
     std::printf("\n");
 }
 
-// ---- The measurements
-// --------------------------------------------------------------------------------------------------
+// ---- The measurements ----------------------------------------------------------------------------------------------
 
 struct Subject {
-    std::string Name, Command, Viewer;
+    std::string Name, Command, Viewer, Clients;
 };
 
 void MeasureStart(const Subject& subject) {
@@ -250,31 +263,76 @@ void MeasureStart(const Subject& subject) {
     Put("process start to `initialize` answered", "ms", subject.Name, Median(times));
 }
 
-/// How often a second `request` is answered, one after the other.
-double Rate(Child& child, const std::string& request, int count) {
-    for (int i = 0; i < count / 10; ++i) child.Exchange(request);
+/// This process and those that it starts share one core for as long as this lives: waking another core can take longer
+/// than all that two programs do for one message.
+class OneCore {
+  public:
+    OneCore() {
+        sched_getaffinity(0, sizeof before_, &before_);
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        for (int cpu = 0; cpu < CPU_SETSIZE && CPU_COUNT(&one) == 0; ++cpu) {
+            if (CPU_ISSET(cpu, &before_)) CPU_SET(cpu, &one);
+        }
+        sched_setaffinity(0, sizeof one, &one);
+    }
+    OneCore(const OneCore&) = delete;
+    OneCore& operator=(const OneCore&) = delete;
+    ~OneCore() { sched_setaffinity(0, sizeof before_, &before_); }
+
+  private:
+    cpu_set_t before_;
+};
+
+/// How often a second `request` is answered, one after the other, and what the program spends on each.
+void MeasureRate(const std::string& what, const std::string& column, Child& child, const std::string& request) {
+    constexpr int count = 5000;
+    for (int i = 0; i < count; ++i) child.Exchange(request);
+    std::vector<double> rates, costs;
+    for (int run = 0; run < 7; ++run) {
+        const double cpu = child.CpuSeconds();
+        const auto start = Clock::now();
+        for (int i = 0; i < count; ++i) child.Exchange(request);
+        rates.push_back(count / Seconds(start));
+        costs.push_back((child.CpuSeconds() - cpu) * 1e6 / count);
+    }
+    Put(what + ", one after the other, warmed up", "per s", column, Median(rates), true);
+    Put(what + ", processor time, warmed up", "µs", column, Median(costs));
+}
+
+/// The same for the first requests of a process, which is as many as a session sends.
+void MeasureFirst(const std::string& what, const Subject& subject, const std::string& request) {
+    constexpr int count = 200;
     std::vector<double> rates;
-    for (int run = 0; run < 5; ++run) {
+    for (int run = 0; run < 7; ++run) {
+        Child child(subject.Command);
+        child.Exchange(Initialize);
+        child.Exchange(Initialized + request);
         const auto start = Clock::now();
         for (int i = 0; i < count; ++i) child.Exchange(request);
         rates.push_back(count / Seconds(start));
     }
-    return Median(rates);
+    Put(what + ", one after the other, a session's first 200", "per s", subject.Name, Median(rates), true);
 }
 
 void MeasureRequests(const Subject& subject) {
+    const OneCore core;
     Child child(subject.Command);
     child.Exchange(Initialize);
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // the connection behind the answer
     child.Exchange(ListTools);
     const std::string list = child.Exchange(Initialized + ListTools);
     Put("private memory after `initialize` and `tools/list`", "KiB", subject.Name, child.PrivateMemory());
-    Put("`tools/list`, one after the other", "per s", subject.Name, Rate(child, ListTools, 1000), true);
-    Put("a call that fails its check", "per s", subject.Name, Rate(child, FailingCall, 2000), true);
+    const std::string listing = "`tools/list`", failing = "a call that fails its check";
+    MeasureFirst(listing, subject, ListTools);
+    MeasureRate(listing, subject.Name, child, ListTools);
+    const std::string failure = child.Exchange(FailingCall);
+    MeasureFirst(failing, subject, FailingCall);
+    MeasureRate(failing, subject.Name, child, FailingCall);
     if (subject.Name == "native") {
         Child cat("cat");
-        Put("`tools/list`, one after the other", "per s", "cat",
-            Rate(cat, std::string(list.size() - 1, 'x') + "\n", 1000), true);
+        MeasureRate(listing, "cat", cat, std::string(list.size() - 1, 'x') + "\n");
+        MeasureRate(failing, "cat", cat, std::string(failure.size() - 1, 'x') + "\n");
     }
 }
 
@@ -305,11 +363,11 @@ void MeasureLargeMessages(const Subject& subject) {
 }
 
 void MeasurePipeCalls(const Subject& subject) {
-    const auto viewer = StartViewer(subject.Viewer);
+    const Viewer viewer(subject.Viewer);
     Child bridge(subject.Command);
     bridge.Exchange(PipeCall);
     constexpr int count = 50;
-    const double bridgeCpu = bridge.CpuSeconds(), viewerCpu = viewer->CpuSeconds();
+    const double bridgeCpu = bridge.CpuSeconds(), viewerCpu = viewer.Process.CpuSeconds();
     std::vector<double> times;
     for (int i = 0; i < count; ++i) {
         const auto start = Clock::now();
@@ -320,7 +378,7 @@ void MeasurePipeCalls(const Subject& subject) {
     Put("processor time of the bridge for a call", "ms", subject.Name,
         (bridge.CpuSeconds() - bridgeCpu) * 1000 / count);
     Put("processor time of the viewer for a call", "ms", subject.Name,
-        (viewer->CpuSeconds() - viewerCpu) * 1000 / count);
+        (viewer.Process.CpuSeconds() - viewerCpu) * 1000 / count);
 }
 
 void MeasureIdle(const Subject& subject, int seconds) {
@@ -334,25 +392,36 @@ void MeasureIdle(const Subject& subject, int seconds) {
         bridge.Exchange(Initialize);
         Put("idle bridge, no viewer", "% of a core", subject.Name, share(bridge));
     }
-    const auto viewer = StartViewer(subject.Viewer);
+    const Viewer viewer(subject.Viewer);
     Child bridge(subject.Command);
     bridge.Exchange(PipeCall);
     Put("idle bridge beside a viewer", "% of a core", subject.Name, share(bridge));
 }
 
 void MeasureIdleClients(const Subject& subject) {
-    const auto viewer = StartViewer(subject.Viewer);
-    std::vector<std::unique_ptr<Child>> bridges;
-    for (const std::size_t clients : {0, 50, 250}) {
-        while (bridges.size() < clients) {
-            bridges.push_back(std::make_unique<Child>(subject.Command));
-            bridges.back()->Exchange(PipeCall);
+    const Viewer viewer(subject.Viewer);
+    std::vector<std::unique_ptr<Child>> processes;
+    double aloneCpu = 0, aloneMemory = 0;
+    std::size_t clients = 0;
+    for (const std::size_t wanted : {0, 50, 250}) {
+        if (wanted > clients) {
+            const std::string more = std::to_string(wanted - clients);
+            processes.push_back(std::make_unique<Child>(subject.Clients + " " + viewer.PipeName + " " + more));
+            processes.back()->Exchange("");
+            clients = wanted;
         }
-        const double before = viewer->CpuSeconds();
+        const double before = viewer.Process.CpuSeconds();
         std::this_thread::sleep_for(std::chrono::seconds(10));
-        const std::string suffix = " with " + std::to_string(clients) + " idle clients";
-        Put("viewer" + suffix + ": processor", "% of a core", subject.Name, (viewer->CpuSeconds() - before) * 10);
-        Put("viewer" + suffix + ": private memory", "KiB", subject.Name, viewer->PrivateMemory());
+        const double cpu = (viewer.Process.CpuSeconds() - before) * 10, memory = viewer.Process.PrivateMemory();
+        if (clients == 0) {
+            Put("viewer without a client: processor", "% of a core", subject.Name, aloneCpu = cpu);
+            Put("viewer without a client: private memory", "KiB", subject.Name, aloneMemory = memory);
+            continue;
+        }
+        const std::string each = "each of " + std::to_string(clients) + " idle clients: ";
+        const double count = static_cast<double>(clients);
+        Put(each + "processor", "% of a core", subject.Name, (cpu - aloneCpu) / count);
+        Put(each + "private memory of the viewer", "KiB", subject.Name, (memory - aloneMemory) / count);
     }
 }
 
@@ -366,12 +435,14 @@ int main(int argc, char** argv) {
         const std::size_t equals = argument.find('=');
         if (equals == std::string::npos) Fail("what is " + argument + "?");
         const std::string name = argument.substr(0, equals), command = argument.substr(equals + 1);
-        if (name.rfind("viewer:", 0) != 0) {
-            subjects.push_back({name, command, ""});
+        const std::size_t colon = name.find(':');
+        if (colon == std::string::npos) {
+            subjects.push_back({name, command, "", ""});
             continue;
         }
         for (Subject& subject : subjects) {
-            if (subject.Name == name.substr(7)) subject.Viewer = command;
+            if (subject.Name != name.substr(colon + 1)) continue;
+            (name.substr(0, colon) == "viewer" ? subject.Viewer : subject.Clients) = command;
         }
     }
     const char* const idle = std::getenv("ORVANE_BENCH_IDLE_SECONDS");
@@ -382,7 +453,7 @@ int main(int argc, char** argv) {
         Say(subject.Name + ": requests");
         {
             // The bridge's own figures are those of a connected one.
-            const auto viewer = subject.Viewer.empty() ? nullptr : StartViewer(subject.Viewer);
+            const auto viewer = subject.Viewer.empty() ? nullptr : std::make_unique<Viewer>(subject.Viewer);
             MeasureRequests(subject);
         }
         if (subject.Viewer.empty()) continue;
