@@ -16,7 +16,7 @@ inline void Require(bool holds, const char* what) {
 /// True when the bytes are well-formed UTF-8.
 bool IsUtf8(std::string_view bytes);
 
-/// True when `text` is exactly one JSON value, with blanks around it or not.
+/// True when `text` is exactly one JSON value in UTF-8, with blanks around it or not.
 bool IsJson(std::string_view text);
 
 /// The messages in the output of a bridge, in either framing. Ends the fuzzer when the framing is broken.

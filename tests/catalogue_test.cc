@@ -1,7 +1,5 @@
 #include "mcp/catalogue.h"
 
-#include "mcp/scanning.h"
-
 #include <gtest/gtest.h>
 
 TEST(Catalogue, KeepsItsAsciiWording) {
@@ -19,22 +17,4 @@ TEST(Catalogue, KeepsItsAsciiWording) {
         }
         EXPECT_EQ(std::pair(text.size(), checksum), std::pair(size, expected)) << text;
     }
-}
-
-TEST(Catalogue, CompletesItsRepliesAndListsTheToolsInOrder) {
-    for (const std::string_view text : {InitializeResultText, ToolListResultText}) {
-        std::size_t position = 0;
-        EXPECT_TRUE(SkipJsonValue(R"({"id":1)" + std::string(text), position)) << text;
-        EXPECT_EQ(position, text.size() + 7);
-        for (const char* wrong : {",}", ",]", "}{", "\"\""}) EXPECT_EQ(text.find(wrong), text.npos) << wrong;
-    }
-    std::string names, name;
-    for (std::size_t tool = 0; (tool = ToolListResultText.find(R"({"name":)", tool)) != std::string::npos; ++tool) {
-        if (FindJsonString(ToolListResultText.substr(tool), "name", name)) names += name + " ";
-    }
-    EXPECT_EQ(names,
-              "list_commands get_board_state select_component select_pin select_net find_components "
-              "get_component_info get_net_info update_component bulk_update_components update_net export_orv "
-              "list_components get_diagnostic_hints search_indexed_content get_pdf_page_context "
-              "extract_pdfium_text render_pdf_page_image search_files ");
 }

@@ -42,9 +42,10 @@ TEST_F(ServerTest, NothingButAnOkToItsGreetingConnectsTheBridge) {
         HANDLE pipe = CreateNamedPipeW(ControlPipeName(4242).c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr);
         std::thread viewer([&] {
             ConnectNamedPipe(pipe, nullptr);
-            EXPECT_EQ(ReadUntil(pipe, "\n"), "HELLO " + BuildClientName());
+            MarkedReader reader;
+            EXPECT_EQ(reader.Until("\n", pipe), "HELLO " + BuildClientName());
             WriteBytes(pipe, answer);
-            if (accepted && ReadUntil(pipe, "\n") == "line") WriteBytes(pipe, "reply\n");
+            if (accepted && reader.Until("\n", pipe) == "line") WriteBytes(pipe, "reply\n");
             CloseHandle(pipe);
         });
         AnnounceControlServer(true);

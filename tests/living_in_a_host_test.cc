@@ -20,7 +20,7 @@ ChildProcess StartHost(const char* mode) {
 
 /// A client of another process's server, greeted.
 RawClient ClientOf(DWORD processId) {
-    return RawClient(ControlPipeName(processId), "guest");
+    return RawClient("guest", ControlPipeName(processId));
 }
 
 TEST(LivingInAHost, AHostThatExitsInTheMiddleOfACommandIsGoneAndSoIsItsAnnouncement) {

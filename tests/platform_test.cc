@@ -1,8 +1,10 @@
 /// What the project expects of the system, as scenarios with their outcomes: the same table in both lanes, so the
 /// native lane's stand-in is held to what Windows does, step by step.
 
+#include "child_process.h"
 #include "control/protocol.h"
-#include "raw_client.h"
+#include "platform/module.h"
+#include "platform/process_table.h"
 
 #include <functional>
 #include <future>
@@ -16,30 +18,40 @@ std::string Outcome(BOOL succeeded) {
     return succeeded ? "ok" : std::string("e").append(std::to_string(GetLastError()));
 }
 
+/// Steps in the order of a story, and what each comes to.
+struct Story {
+    const char* Name;
+    const char* Steps;
+    const char* Outcomes;
+};
+
+/// Takes each step, an action with a number behind a colon, and gives the outcomes.
+template <typename Take>
+std::string TellSteps(const std::string& steps, Take take) {
+    std::istringstream stream(steps);
+    std::string outcomes;
+    for (std::string step; stream >> step;) {
+        const std::size_t colon = std::min(step.find(':'), step.size());
+        const DWORD number = colon < step.size() ? static_cast<DWORD>(std::stoul(step.substr(colon + 1))) : 0;
+        outcomes.append(outcomes.empty() ? "" : " ").append(take(step.substr(0, colon), number));
+    }
+    return outcomes;
+}
+
 /// One pipe with a server's end and a client's, driven by steps such as "s.write:600". A step's outcome is "ok", the
 /// bytes that it came to, or "e" and the error. "&" starts a step on a thread of its own, "join" gives what it came to.
 class PipeStory {
   public:
-    std::string Tell(const std::string& steps) {
-        std::istringstream stream(steps);
-        std::string outcomes;
-        for (std::string step; stream >> step;) outcomes.append(outcomes.empty() ? "" : " ").append(Take(step));
-        return outcomes;
-    }
-
-  private:
-    std::string Take(const std::string& step) {
-        if (step == "join") return std::exchange(background_, {}).get();
-        if (step[0] != '&') return Prepare(step)();
-        background_ = std::async(std::launch::async, Prepare(step.substr(1)));
+    std::string Take(const std::string& action, DWORD number) {
+        if (action == "join") return std::exchange(background_, {}).get();
+        if (action[0] != '&') return Prepare(action, number)();
+        background_ = std::async(std::launch::async, Prepare(action.substr(1), number));
         return "&";
     }
 
+  private:
     /// The call that a step stands for. Its handle is looked up here: a call on another thread leaves the ends alone.
-    std::function<std::string()> Prepare(const std::string& step) {
-        const std::size_t colon = std::min(step.find(':'), step.size());
-        const std::string action = step.substr(0, colon);
-        const DWORD number = colon < step.size() ? static_cast<DWORD>(std::stoul(step.substr(colon + 1))) : 0;
+    std::function<std::string()> Prepare(const std::string& action, DWORD number) {
         if (action == "create") {
             return [this] {
                 return Opened("s", CreateNamedPipeW(name_.c_str(), PIPE_ACCESS_DUPLEX, PIPE_WAIT,
@@ -95,11 +107,7 @@ class PipeStory {
 };
 
 TEST(Platform, PipesBehaveInBothLanes) {
-    struct {
-        const char* Name;
-        const char* Steps;
-        const char* Outcomes;
-    } const stories[] = {
+    const Story stories[] = {
         {"nobody serves", "open wait:50", "e2 e2"},
         {"a client comes before the server waits", "create wait:50 open s.connect s.connect", "ok ok ok e535 e535"},
         {"a free instance beside a taken one", "create open s.connect create again", "ok ok e535 ok ok"},
@@ -128,7 +136,67 @@ TEST(Platform, PipesBehaveInBothLanes) {
         {"a cancelled write", "create open s.connect &s.write:900 c.sees:900 s.cancel join", "ok ok e535 & ok ok e995"},
         {"a cancelled wait for a client", "create &s.connect s.cancel join open s.connect", "ok & ok e995 ok e535"},
     };
-    for (const auto& story : stories) EXPECT_EQ(PipeStory().Tell(story.Steps), story.Outcomes) << story.Name;
+    for (const Story& story : stories) {
+        PipeStory pipe;
+        const auto take = [&pipe](const std::string& action, DWORD number) { return pipe.Take(action, number); };
+        EXPECT_EQ(TellSteps(story.Steps, take), story.Outcomes) << story.Name;
+    }
+}
+
+/// The process table's entry of `processId`, as "child" of this process, "stranger", or "none".
+std::string Listed(DWORD processId) {
+    const PROCESSENTRY32W entry = FindProcessEntry(TakeProcessSnapshot(), processId);
+    if (entry.th32ProcessID == 0) return "none";
+    const bool named = ModulePath(nullptr).ends_with(entry.szExeFile);
+    return named && entry.th32ParentProcessID == GetCurrentProcessId() ? "child" : "stranger";
+}
+
+/// What steps come to on a process of this program: "open", "ask" and "hold" replace the handle that its start gave by
+/// one for everything, for questions or for waiting; "end" has it end by itself.
+std::string TellOfProcess(const std::string& steps) {
+    ChildProcess child(ModulePath(nullptr), TEXT("--host count"));
+    EXPECT_EQ(child.Read("\n"), "serving");
+    std::optional<OwnedHandle> opened;
+    const std::map<std::string, DWORD> rights = {
+        {"open", PROCESS_TERMINATE | PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE},
+        {"ask", PROCESS_QUERY_LIMITED_INFORMATION},
+        {"hold", SYNCHRONIZE},
+    };
+    const auto take = [&](const std::string& action, DWORD number) -> std::string {
+        const HANDLE process = opened ? opened->Get() : child.Process->Get();
+        DWORD count = number;
+        WCHAR path[1024];
+        if (const auto right = rights.find(action); right != rights.end()) {
+            opened.emplace(OpenProcess(right->second, FALSE, child.Id));
+            return Outcome(static_cast<bool>(*opened));
+        }
+        if (action == "end") return child.Input.reset(), std::to_string(child.WaitForExitCode());
+        if (action == "listed") return Listed(child.Id);
+        if (action == "kill") return Outcome(TerminateProcess(process, number));
+        if (action == "code") return GetExitCodeProcess(process, &count) ? std::to_string(count) : Outcome(FALSE);
+        if (action == "wait") {
+            count = WaitForSingleObject(process, number);
+            return count == WAIT_FAILED ? Outcome(FALSE) : std::to_string(count);
+        }
+        if (QueryFullProcessImageNameW(process, 0, path, &count) == 0) return Outcome(FALSE);
+        return WideView(path, count) == ModulePath(nullptr) ? "own" : "other";
+    };
+    return TellSteps(steps, take);
+}
+
+TEST(Platform, ProcessesBehaveInBothLanes) {
+    const Story stories[] = {
+        {"one that runs", "listed wait:0 wait:1 code path:1024 open wait:0 code path:1024",
+         "child 258 258 259 own ok 258 259 own"},
+        {"too little room for its path", "path:1 path:9", "e122 e122"},
+        {"a handle for questions", "ask code path:1024 wait:0 kill:3", "ok 259 own e5 e5"},
+        {"a handle for waiting", "hold wait:0 code path:1024 kill:3", "ok 258 e5 e5 e5"},
+        {"one that ends by itself", "open end wait:0 code listed", "ok 0 0 0 none"},
+        {"one that is killed with a running one's code", "open kill:259 wait:60000 code listed",
+         "ok ok 0 259 none"},
+        {"one that has ended, with a handle left", "end ask code hold wait:60000", "0 ok 0 ok 0"},
+    };
+    for (const Story& story : stories) EXPECT_EQ(TellOfProcess(story.Steps), story.Outcomes) << story.Name;
 }
 
 TEST(Platform, TheRegistryBehavesInBothLanes) {

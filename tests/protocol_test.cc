@@ -2,18 +2,10 @@
 
 #include "control/clients.h"
 #include "hostlink/client_identity.h"
-#include "text/paths.h"
 
 #include <gtest/gtest.h>
 
 using namespace std::string_literals;
-
-TEST(ReplyText, StaysOnOneLineAndComesBack) {
-    const std::string text = "a\nb\r\n\\n\\\\r\t\0\"\xc2\xb5\xff\\"s;
-    EXPECT_EQ(EscapeReplyText(text), "a\\nb\\r\\n\\\\n\\\\\\\\r\t\0\"\xc2\xb5\xff\\\\"s);
-    EXPECT_EQ(UnescapeControlText(EscapeReplyText(text)), text);
-    EXPECT_EQ(UnescapeControlText(R"(\t\x\\\n\)"), "\\t\\x\\\n\\");  // what no escaping gives stays as it is
-}
 
 TEST(ClientName, IsWorkedOutFromTheParentsImage) {
     const std::pair<WideString, std::string> rows[] = {
@@ -37,18 +29,6 @@ TEST(ClientName, IsTidiedForDisplay) {
     for (const auto& [name, tidied] : rows) EXPECT_EQ(WideToUtf8(NormalizeClientName(Utf8ToWide(name))), tidied);
     EXPECT_EQ(ExtractBridgeSuffix(TEXT("a(bridge pid 1) (BRIDGE PID 2)")), TEXT(""));
     EXPECT_EQ(ExtractBridgeSuffix(TEXT("a (bridge pid 1) (bridge pid 2)")), TEXT(" (bridge pid 1) (bridge pid 2)"));
-}
-
-TEST(Paths, AreCutAndJoinedAtEitherSeparator) {
-    const WideString parents[][2] = {
-        {TEXT("C:\\a/b.c"), TEXT("C:\\a")}, {TEXT("C:/a\\b"), TEXT("C:/a")}, {TEXT("C:\\x"), TEXT("C:")},
-        {TEXT("C:\\a\\"), TEXT("C:\\a")},   {TEXT("x"), TEXT("")},           {TEXT(""), TEXT("")},
-    };
-    for (const auto& [path, parent] : parents) EXPECT_EQ(ParentDirectory(path), parent);
-    EXPECT_EQ(JoinPath(TEXT(""), TEXT("f")), TEXT("f"));
-    EXPECT_EQ(JoinPath(TEXT("C:"), TEXT("f")), TEXT("C:\\f"));
-    EXPECT_EQ(JoinPath(TEXT("a\\"), TEXT("f")), TEXT("a\\f"));
-    EXPECT_EQ(JoinPath(TEXT("a/"), TEXT("f")), TEXT("a/f"));
 }
 
 TEST(Utf8, GoesBothWaysUpToANul) {

@@ -15,15 +15,26 @@ bool Eventually(Condition condition) {
     return false;
 }
 
-/// What comes before `mark`, which is taken as well, or before the end of the stream, which adds "<end>".
-inline std::string ReadUntil(HANDLE from, std::string_view mark) {
-    std::string text;
-    DWORD count = 0;
-    for (char byte = 0; !text.ends_with(mark); text += byte) {
-        if (ReadFile(from, &byte, 1, &count, nullptr) == 0) return text + "<end>";
+/// Reads a stream from mark to mark. Takes the bytes in the pieces they come in, and keeps what follows a mark.
+struct MarkedReader {
+    std::string Pending;
+
+    /// What comes before `mark`, which is taken as well, or before the end of the stream, which adds "<end>".
+    std::string Until(std::string_view mark, HANDLE from) {
+        for (std::size_t searched = 0;;) {
+            if (const std::size_t found = Pending.find(mark, searched); found != std::string::npos) {
+                const std::string rest = Pending.substr(found + mark.size());
+                Pending.resize(found);
+                return std::exchange(Pending, rest);
+            }
+            searched = Pending.size() - std::min(Pending.size(), mark.size() - 1);
+            char piece[65536];
+            DWORD count = 0;
+            if (ReadFile(from, piece, sizeof piece, &count, nullptr) == 0) return std::exchange(Pending, {}) + "<end>";
+            Pending.append(piece, count);
+        }
     }
-    return text.substr(0, text.size() - mark.size());
-}
+};
 
 inline bool WriteBytes(HANDLE to, std::string_view bytes) {
     DWORD written = 0;
@@ -32,27 +43,25 @@ inline bool WriteBytes(HANDLE to, std::string_view bytes) {
 
 struct RawClient {
     std::optional<OwnedHandle> Pipe{std::in_place};
+    MarkedReader Reader;
 
-    /// Connects, after as many attempts as the listener needs to have an instance free.
-    RawClient() {
-        WCHAR name[128];
-        OrvaneMcp_GetPipeName(name, 128);
-        Eventually([&] {
-            Pipe.emplace(CreateFileW(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-            return *Pipe || !ServerState().Running;
-        });
-    }
-    explicit RawClient(const std::string& name) : RawClient() { Exchange("HELLO " + name); }
-    /// A client of another process's server.
-    RawClient(const WideString& pipe, const std::string& name) {
+    /// A client of this process's server, or of the one that serves `pipe`. Connects after as many attempts as the
+    /// listener needs to have an instance free; gives up when this process's server has stopped.
+    explicit RawClient(const WideString& pipe = OwnPipe()) {
         Eventually([&] {
             Pipe.emplace(
                 CreateFileW(pipe.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-            return static_cast<bool>(*Pipe);
+            return *Pipe || (!ServerState().Running && pipe == OwnPipe());
         });
+    }
+    explicit RawClient(const std::string& name, const WideString& pipe = OwnPipe()) : RawClient(pipe) {
         Exchange("HELLO " + name);
     }
+    static WideString OwnPipe() {
+        WCHAR name[128];
+        return OrvaneMcp_GetPipeName(name, 128) != 0 ? name : WideString();
+    }
     bool Send(std::string_view bytes) { return WriteBytes(Pipe->Get(), bytes); }
-    std::string Read(std::string_view mark = "\n") { return ReadUntil(Pipe->Get(), mark); }
+    std::string Read(std::string_view mark = "\n") { return Reader.Until(mark, Pipe->Get()); }
     std::string Exchange(const std::string& line) { return Send(line + "\n") ? Read() : "<end>"; }
 };

@@ -2,32 +2,19 @@
 
 #include "control/protocol.h"
 #include "hostlink/connection.h"
-#include "platform/owned.h"
+#include "platform/process_table.h"
 
 #include <algorithm>
 #include <cctype>
-#include <optional>
 
 namespace {
 
-/// The entry of `processId` in a snapshot of the process table.
-std::optional<PROCESSENTRY32W> FindProcessEntry(HANDLE snapshot, DWORD processId) {
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Process32FirstW(snapshot, &entry); more; more = Process32NextW(snapshot, &entry)) {
-        if (entry.th32ProcessID == processId) return entry;
-    }
-    return std::nullopt;
-}
-
 /// The image name of this process's parent; empty when the parent has gone or the table can't be had.
 WideString ParentImageName() {
-    const OwnedHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    const OwnedHandle snapshot = TakeProcessSnapshot();
     if (!snapshot) return {};
-    const auto own = FindProcessEntry(snapshot.Get(), GetCurrentProcessId());
-    if (!own || own->th32ParentProcessID == 0) return {};
-    const auto parent = FindProcessEntry(snapshot.Get(), own->th32ParentProcessID);
-    return parent ? WideString(parent->szExeFile) : WideString();
+    const DWORD parent = FindProcessEntry(snapshot, GetCurrentProcessId()).th32ParentProcessID;
+    return parent == 0 ? WideString() : WideString(FindProcessEntry(snapshot, parent).szExeFile);
 }
 
 /// What the client is called, by its lower-cased image name. The first row that fits decides.

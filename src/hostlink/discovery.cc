@@ -2,7 +2,7 @@
 
 #include "control/protocol.h"
 #include "platform/module.h"
-#include "platform/owned.h"
+#include "platform/process_table.h"
 #include "text/paths.h"
 
 #include <algorithm>
@@ -46,17 +46,15 @@ std::vector<WideString> FindControlPipes() {
     }
 
     const WideString ownDirectory = ToLowerWide(GetExecutableDirectory());
-    const OwnedHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    const OwnedHandle snapshot = TakeProcessSnapshot();
     if (!snapshot) return names;
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Process32FirstW(snapshot.Get(), &entry); more; more = Process32NextW(snapshot.Get(), &entry)) {
+    VisitProcesses(snapshot, [&](const PROCESSENTRY32W& entry) {
         // The name is tested first: all other processes cost one comparison.
-        if (_wcsicmp(entry.szExeFile, ViewerImageName) != 0 || !IsProcessAlive(entry.th32ProcessID)) continue;
-        if (!StandsIn(ownDirectory, entry.th32ProcessID)) continue;
+        if (_wcsicmp(entry.szExeFile, ViewerImageName) != 0 || !IsProcessAlive(entry.th32ProcessID)) return;
+        if (!StandsIn(ownDirectory, entry.th32ProcessID)) return;
         WideString name = ControlPipeName(entry.th32ProcessID);
         if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(std::move(name));
-    }
+    });
     return names;
 }
 

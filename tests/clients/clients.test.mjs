@@ -120,24 +120,6 @@ describe("a viewer is running", () => {
     });
   }
 
-  test("a rendered page comes as an image block that is a PNG", async () => {
-    const result = await session.client.callTool({ name: "render_pdf_page_image", arguments: { page: 1 } });
-    const image = result.content.find((block) => block.type === "image");
-    assert.equal(image.mimeType, "image/png");
-    const bytes = Buffer.from(image.data, "base64");
-    assert.deepEqual([...bytes.subarray(0, 8)], [0x89, 0x50, 0x4e, 0x47, 0x0d, 0x0a, 0x1a, 0x0a]);
-    assert.equal(bytes.subarray(-8, -4).toString("latin1"), "IEND");
-  });
-
-  test("failures are results with isError", async () => {
-    const unknown = await session.client.callTool({ name: "select_component", arguments: { refdes: "ZZ99" } });
-    assert.equal(unknown.isError, true);
-    assert.match(onlyText(unknown), /ZZ99/);
-    const missing = await session.client.callTool({ name: "select_net", arguments: {} });
-    assert.equal(missing.isError, true);
-    assert.equal(onlyText(missing), "select_net requires a non-empty net argument.");
-  });
-
   test("an unknown method is a protocol error, and the session goes on", async () => {
     await assert.rejects(session.client.listPrompts(), (error) => error.code === -32601 || /prompts/.test(error.message));
     assert.match(onlyText(await session.client.callTool({ name: "get_board_state", arguments: {} })), /board/);
@@ -158,7 +140,6 @@ describe("a viewer is running", () => {
     assert.equal(selected.isError, false);
     assert.match(selected.content[0].text, /^ORVANE_FINAL/);
   });
-
 });
 
 test("with no viewer, lists and samples answer and a call says what is missing", async () => {
@@ -169,16 +150,5 @@ test("with no viewer, lists and samples answer and a call says what is missing",
   const call = await session.client.callTool({ name: "get_board_state", arguments: {} });
   assert.equal(call.isError, true);
   assert.equal(onlyText(call), "Failed to send command to Orvane.");
-  await close(session);
-});
-
-test("a session outlives its viewer", async () => {
-  const session = await connect();
-  for (let life = 0; life < 3; ++life) {
-    const viewer = await startViewer();
-    const call = await session.client.callTool({ name: "select_component", arguments: { refdes: "PU2" } });
-    assert.equal(call.isError, false, `life ${life}: ${JSON.stringify(call)}`);
-    await kill(viewer);
-  }
   await close(session);
 });

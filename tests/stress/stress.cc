@@ -5,6 +5,7 @@
 #include "../child_process.h"
 #include "../host_window.h"
 #include "control/clients.h"
+#include "platform/process_table.h"
 
 #include <iostream>
 #include <random>
@@ -164,8 +165,7 @@ void OddHosts(const WideString& self) {
     Say("hosts that are slow, fail, or reply with nothing, 10 MB and broken text are answered for");
 }
 
-// ---- Raw clients
-// ------------------------------------------------------------------------------------------------------
+// ---- Raw clients ---------------------------------------------------------------------------------------------------
 
 /// 250 clients at once, their lines cut at random, several in a write, every tenth with one of 64 KB.
 void ManyRawClients() {
@@ -238,15 +238,8 @@ void StartsAndStops(int rounds) {
     JoinAll(threads, running, "clients of a stopped server");
 }
 
-/// The number of threads of this process, as the process table tells it.
 DWORD ThreadCount() {
-    const OwnedHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Process32FirstW(snapshot.Get(), &entry); more; more = Process32NextW(snapshot.Get(), &entry)) {
-        if (entry.th32ProcessID == GetCurrentProcessId()) return entry.cntThreads;
-    }
-    return 0;
+    return FindProcessEntry(TakeProcessSnapshot(), GetCurrentProcessId()).cntThreads;
 }
 
 /// Clients that stop reading, never greet or go away in the middle, with disconnects and stops in between.

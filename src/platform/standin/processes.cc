@@ -61,15 +61,21 @@ namespace {
 
 constexpr DWORD AllAccess = 0x1FFFFF;
 
-/// The children started by CreateProcessW, by id, until they have been reaped. Immortal.
-struct Children {
+/// The processes that this one has a handle of, and children that still run, by id. Immortal.
+struct KnownProcesses {
     std::mutex Mutex;
-    std::map<pid_t, std::shared_ptr<ProcessRecord>> Running;
+    std::map<pid_t, std::weak_ptr<ProcessRecord>> Records;
 };
 
-Children& OwnChildren() {
-    static Children& children = *new Children;
-    return children;
+KnownProcesses& Known() {
+    static KnownProcesses& known = *new KnownProcesses;
+    return known;
+}
+
+/// Adds a record, and forgets those that nobody has any more. Under the mutex.
+void Remember(const std::shared_ptr<ProcessRecord>& record) {
+    std::erase_if(Known().Records, [](const auto& entry) { return entry.second.expired(); });
+    Known().Records[record->Id] = record;
 }
 
 bool HasEnded(const ProcessRecord& record) {
@@ -80,41 +86,36 @@ bool HasEnded(const ProcessRecord& record) {
 /// Collects the exit code of a process that has ended. Only a child's is told; of others, and of a child that somebody
 /// else has reaped, it is the code of TerminateProcess or 0.
 void Reap(ProcessRecord& record) {
-    {
-        const std::lock_guard guard(record.Mutex);
-        if (record.Reaped) return;
-        record.Reaped = true;
-        EndWatch(record.Watch, record.Process.Get());
-        siginfo_t end = {};
-        const bool told =
-            record.IsChild && waitid(P_PIDFD, static_cast<id_t>(record.Process.Get()), &end, WEXITED) == 0;
-        if (told && end.si_code == CLD_EXITED) {
-            record.ExitCode = static_cast<DWORD>(end.si_status);
-        } else if (record.KilledWith) {
-            record.ExitCode = *record.KilledWith;
-        } else if (told) {
-            constexpr DWORD endedBySignal = 128;
-            record.ExitCode = endedBySignal + static_cast<DWORD>(end.si_status);
-        }
+    const std::lock_guard guard(record.Mutex);
+    if (record.Reaped) return;
+    record.Reaped = true;
+    EndWatch(record.Watch, record.Process.Get());
+    siginfo_t end = {};
+    const bool told = record.IsChild && waitid(P_PIDFD, static_cast<id_t>(record.Process.Get()), &end, WEXITED) == 0;
+    if (told && end.si_code == CLD_EXITED) {
+        record.ExitCode = static_cast<DWORD>(end.si_status);
+    } else if (record.KilledWith) {
+        record.ExitCode = *record.KilledWith;
+    } else if (told) {
+        constexpr DWORD endedBySignal = 128;
+        record.ExitCode = endedBySignal + static_cast<DWORD>(end.si_status);
     }
-    if (!record.IsChild) return;
-    Children& children = OwnChildren();
-    const std::lock_guard guard(children.Mutex);
-    children.Running.erase(record.Id);
 }
 
-/// The record of the running process `id`; null when there is none.
+/// The record of the process `id`: of the running one, else of one that has ended but has a handle left here. Null when
+/// there is neither.
 std::shared_ptr<ProcessRecord> RecordOf(pid_t id) {
-    {
-        Children& children = OwnChildren();
-        const std::lock_guard guard(children.Mutex);
-        const auto found = children.Running.find(id);
-        if (found != children.Running.end()) return HasEnded(*found->second) ? nullptr : found->second;
-    }
+    KnownProcesses& known = Known();
+    const std::lock_guard guard(known.Mutex);
+    const auto found = known.Records.find(id);
+    const std::shared_ptr<ProcessRecord> earlier = found == known.Records.end() ? nullptr : found->second.lock();
+    if (earlier && !HasEnded(*earlier)) return earlier;
     const auto record = std::make_shared<ProcessRecord>();
     record->Id = id;
     record->Process = Descriptor(pidfd_open(id, 0));
-    return record->Process && !HasEnded(*record) ? record : nullptr;
+    if (!record->Process || HasEnded(*record)) return earlier;
+    Remember(record);
+    return record;
 }
 
 std::string ReadLink(const std::string& path) {
@@ -379,8 +380,7 @@ BOOL CreateProcessW(LPCWSTR application, LPWSTR commandLine, SECURITY_ATTRIBUTES
     const auto record = std::make_shared<ProcessRecord>();
     {
         // Held from before the start, so that nobody opens the new process as a stranger.
-        Children& children = OwnChildren();
-        const std::lock_guard guard(children.Mutex);
+        const std::lock_guard guard(Known().Mutex);
         record->Id = Spawn(program.c_str(), words, environment, directory, *startup);
         if (record->Id == 0) return FALSE;
         record->IsChild = true;
@@ -390,7 +390,7 @@ BOOL CreateProcessW(LPCWSTR application, LPWSTR commandLine, SECURITY_ATTRIBUTES
             waitpid(record->Id, nullptr, 0);
             return Outcome(ERROR_NOT_ENOUGH_MEMORY);
         }
-        children.Running[record->Id] = record;
+        Remember(record);
     }
     {
         const std::lock_guard guard(record->Mutex);

@@ -1,0 +1,28 @@
+/// Walking the system's table of processes.
+#pragma once
+
+#include "platform/owned.h"
+
+/// The processes of this moment; empty when the system has none to give.
+inline OwnedHandle TakeProcessSnapshot() {
+    return OwnedHandle(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+}
+
+/// Calls `visit` with each entry of a snapshot, in the table's order.
+template <typename Visit>
+void VisitProcesses(const OwnedHandle& snapshot, Visit visit) {
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Process32FirstW(snapshot.Get(), &entry); more; more = Process32NextW(snapshot.Get(), &entry)) {
+        visit(entry);
+    }
+}
+
+/// The entry of `processId` in a snapshot; one with id 0 when there is none.
+inline PROCESSENTRY32W FindProcessEntry(const OwnedHandle& snapshot, DWORD processId) {
+    PROCESSENTRY32W found{};
+    VisitProcesses(snapshot, [&](const PROCESSENTRY32W& entry) {
+        if (entry.th32ProcessID == processId) found = entry;
+    });
+    return found;
+}

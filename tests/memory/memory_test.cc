@@ -1,0 +1,115 @@
+/// Memory that runs out. For the native lane alone, where a process can be given less of it.
+
+#include "../host_window.h"
+#include "control/announcement.h"
+#include "control/protocol.h"
+#include "hostlink/connection.h"
+#include "mcp/bridge.h"
+
+#include <fstream>
+#include <malloc.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+/// In the place of the system's: at a session's own pace of 512 bytes in 100 ms, filling memory would take hours.
+void Sleep(DWORD) {
+    std::this_thread::yield();
+}
+
+namespace {
+
+constexpr std::size_t MiB = 1 << 20;
+
+std::size_t AddressSpace() {
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    return pages * static_cast<std::size_t>(getpagesize());
+}
+
+/// For as long as it lives, the process gets no more than `bytes` on top of what it has.
+struct MemoryLeft {
+    explicit MemoryLeft(std::size_t bytes) { Limit(AddressSpace() + bytes); }
+    ~MemoryLeft() { Limit(RLIM_INFINITY); }
+    static void Limit(rlim_t bytes) {
+        const rlimit limit{bytes, RLIM_INFINITY};
+        EXPECT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
+    }
+};
+
+struct MemoryTest : ServerTest {
+    HostWindow Host{[this](HostCommand& command) -> LRESULT {
+        if (command.CommandId != HostCommandId_GetBoardState) return Echo(command);
+        SetLongReply(command, WideString(32 * MiB, 'x'));
+        malloc_trim(0);
+        Scarce.emplace(MiB);
+        return command.Success = 1;
+    }};
+    std::optional<MemoryLeft> Scarce;
+
+    MemoryTest() {
+        mallopt(M_ARENA_MAX, 1);  // or each thread sets an area of its own aside
+        Start(Host.Handle);
+    }
+    static void ExpectService(RawClient& client) { EXPECT_EQ(client.Exchange("GET_NET\ta"), "OK\t7:a"); }
+};
+
+// The first of all: later ones leave stacks behind that a thread can have without new memory.
+TEST_F(MemoryTest, AClientWithoutAThreadIsTurnedAwayAndTheNextIsServed) {
+    RawClient patient("patient");
+    {
+        const MemoryLeft lessThanAStack(4 * MiB);
+        EXPECT_EQ(RawClient().Exchange("HELLO refused"), "<end>");
+        ExpectService(patient);
+    }
+    RawClient next("next");
+    ExpectService(next);
+}
+
+TEST_F(MemoryTest, AClientWhoseLineNeverEndsLosesItsOwnConnectionAlone) {
+    RawClient patient("patient"), endless("endless");
+    std::size_t sent = 0;
+    {
+        const MemoryLeft some(64 * MiB);
+        for (const std::string piece(65536, 'x'); sent < 256 * MiB && endless.Send(piece);) sent += piece.size();
+        ExpectService(patient);
+    }
+    EXPECT_TRUE(sent > 8 * MiB && sent < 64 * MiB) << sent;
+    EXPECT_EQ(endless.Read(), "<end>");
+    EXPECT_TRUE(SessionsBecome(1));
+    EXPECT_EQ(ClientNames(), "patient,");
+}
+
+TEST_F(MemoryTest, AHostsReplyTooLongToConvertIsFreedAndEndsItsOwnConnectionAlone) {
+    RawClient patient("patient"), asking("asking");
+    const std::size_t before = AddressSpace();
+    EXPECT_EQ(asking.Exchange("GET_BOARD_STATE"), "<end>");
+    EXPECT_TRUE(SessionsBecome(1));
+    ExpectService(patient);
+    EXPECT_LT(AddressSpace(), before + 32 * MiB);
+}
+
+TEST_F(MemoryTest, TheBridgeTakesAReplyLargerThanMemoryForABrokenPipe) {
+    OrvaneMcp_StopControlServer();
+    ServerState().PipeName = ControlPipeName(4242);
+    HANDLE pipe = CreateNamedPipeW(ControlPipeName(4242).c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr);
+    std::thread viewer([pipe] {
+        ConnectNamedPipe(pipe, nullptr);
+        MarkedReader reader;
+        reader.Until("\n", pipe);
+        WriteBytes(pipe, "OK\n");
+        for (const std::string piece(65536, 'x'); WriteBytes(pipe, piece);) {
+        }
+        CloseHandle(pipe);
+    });
+    AnnounceControlServer(true);
+    EXPECT_TRUE(EnsureControlConnection(MainThreadConnectTimeOut));
+    std::string reply;
+    {
+        const MemoryLeft some(64 * MiB);
+        EXPECT_FALSE(SendControlLine("GET_BOARD_STATE", reply));
+    }
+    viewer.join();
+    EXPECT_EQ(reply, "");
+}
+
+}  // namespace
