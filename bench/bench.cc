@@ -1,9 +1,9 @@
 /// Whole-process figures of the bridge and the control server, beside what people would use instead. Prints one table
 /// in Markdown. Linux only: it drives Windows programs through wine like any other process.
 ///
-/// Arguments: NAME=COMMAND for each bridge to be measured, with viewer:NAME=COMMAND for the viewer it talks to and
-/// clients:NAME=COMMAND for the idle clients that the viewer is given. Each command is split at blanks. The peer called
-/// "SDK server" is what ratios refer to.
+/// Arguments: NAME=COMMAND for each bridge to be measured, followed by viewer:NAME=COMMAND for the viewer it talks to
+/// and by clients:NAME=COMMAND for the idle clients that the viewer is given, and errors=FILE for what they all say on
+/// standard error. Each command is split at blanks. The peer called "SDK server" is what ratios refer to.
 
 #include <algorithm>
 #include <chrono>
@@ -51,7 +51,10 @@ void Say(const std::string& what) {
 
 // ---- Processes -----------------------------------------------------------------------------------------------------
 
-/// A child with pipes on its standard streams; killed at the end if it still runs.
+/// Where the children's standard error goes.
+std::string childErrors = "/dev/null";
+
+/// A child with pipes on its standard input and output; killed at the end if it still runs.
 class Child {
   public:
     explicit Child(const std::string& command) {
@@ -67,6 +70,7 @@ class Child {
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, input[0], 0);
         posix_spawn_file_actions_adddup2(&actions, output[1], 1);
+        posix_spawn_file_actions_addopen(&actions, 2, childErrors.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
         if (posix_spawnp(&pid_, arguments[0], &actions, nullptr, arguments.data(), environ) != 0) {
             Fail("cannot start " + command);
         }
@@ -320,8 +324,8 @@ void MeasureRequests(const Subject& subject) {
     Child child(subject.Command);
     child.Exchange(Initialize);
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // the connection behind the answer
-    child.Exchange(ListTools);
-    const std::string list = child.Exchange(Initialized + ListTools);
+    child.Exchange(Initialized + ListTools);
+    const std::string list = child.Exchange(ListTools);
     Put("private memory after `initialize` and `tools/list`", "KiB", subject.Name, child.PrivateMemory());
     const std::string listing = "`tools/list`", failing = "a call that fails its check";
     MeasureFirst(listing, subject, ListTools);
@@ -436,6 +440,10 @@ int main(int argc, char** argv) {
         if (equals == std::string::npos) Fail("what is " + argument + "?");
         const std::string name = argument.substr(0, equals), command = argument.substr(equals + 1);
         const std::size_t colon = name.find(':');
+        if (name == "errors") {
+            childErrors = command;
+            continue;
+        }
         if (colon == std::string::npos) {
             subjects.push_back({name, command, "", ""});
             continue;
@@ -462,7 +470,7 @@ int main(int argc, char** argv) {
         Say(subject.Name + ": calls through the pipe");
         MeasurePipeCalls(subject);
         Say(subject.Name + ": idle");
-        MeasureIdle(subject, idle != nullptr ? std::atoi(idle) : 60);
+        MeasureIdle(subject, idle != nullptr ? std::max(std::atoi(idle), 1) : 60);
         Say(subject.Name + ": idle clients");
         MeasureIdleClients(subject);
     }

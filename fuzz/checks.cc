@@ -11,8 +11,9 @@ bool IsUtf8(std::string_view bytes) try {
 }
 
 bool IsJson(std::string_view text) {
-    // The parser takes a NUL for the end.
-    return text.find('\0') == std::string_view::npos && nlohmann::json::accept(text);
+    // The parser takes a NUL for the end and passes over a byte-order mark.
+    const bool own = text.find('\0') == std::string_view::npos && !text.starts_with("\xEF\xBB\xBF");
+    return own && nlohmann::json::accept(text);
 }
 
 bool TakeOutputMessage(std::string_view& output, OutputMessage& message) {

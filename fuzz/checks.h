@@ -19,11 +19,13 @@ bool IsUtf8(std::string_view bytes);
 /// True when `text` is exactly one JSON value in UTF-8, with blanks around it or not.
 bool IsJson(std::string_view text);
 
-/// The messages in the output of a bridge, in either framing. Ends the fuzzer when the framing is broken.
 struct OutputMessage {
     bool Framed;
     std::string_view Body;
 };
+
+/// Takes the next message off the output of a bridge; false when there is none left. Ends the fuzzer when its framing
+/// is broken.
 bool TakeOutputMessage(std::string_view& output, OutputMessage& message);
 
 /// Standard output, caught in memory from here to Text().

@@ -7,12 +7,16 @@
 #include "tools/tool_calls.h"
 
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
-/// Room for most replies, so that each leaves in one write and not in pieces of 4 KiB. Standard output uses it until
-/// the process ends, for which the watcher keeps this library loaded.
-char OutputBuffer[65536];
+/// Gives standard output room for most replies, so that each leaves in one write and not in pieces of 4 KiB. The buffer
+/// is used until the process ends; without memory for it, standard output keeps its own.
+void WidenStandardOutput() {
+    constexpr std::size_t size = 65536;
+    if (void* const buffer = std::malloc(size)) std::setvbuf(stdout, static_cast<char*>(buffer), _IOFBF, size);
+}
 
 }  // namespace
 
@@ -20,7 +24,7 @@ std::int32_t OrvaneMcp_RunStdioBridge() {
     // Lengths are counted in bytes, so no line end may be translated.
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
-    std::setvbuf(stdout, OutputBuffer, _IOFBF, sizeof OutputBuffer);
+    WidenStandardOutput();
     StartControlWatcher();
     RunMessageLoop(HandleToolCall);
     CloseControlConnection();

@@ -72,10 +72,10 @@ std::int32_t OrvaneMcp_StartControlServer(const ControlServerStartInfo* info) tr
     }
     const std::uint64_t serverRun = PrepareRun(info, directory);
     state.Running = true;
-    // Before the first instance exists: a bridge that comes too early tries again.
-    AnnounceControlServer(true);
-    PinOwnModule();
     try {
+        // Before the first instance exists: a bridge that comes too early tries again.
+        AnnounceControlServer(true);
+        PinOwnModule();
         state.ListenerThread = std::thread(RunPipeListener, serverRun);
         return 1;
     } catch (const std::exception&) {

@@ -110,7 +110,7 @@ bool EnsureControlConnection(DWORD timeoutMs) {
     return ConnectControlPipe(timeoutMs);
 }
 
-bool ConnectControlPipe(DWORD timeoutMs) {
+bool ConnectControlPipe(DWORD timeoutMs) try {
     ControlLink& link = Link();
     const std::lock_guard lock(link.ControlMutex);
     if (link.ControlHandle != INVALID_HANDLE_VALUE) return true;
@@ -120,6 +120,9 @@ bool ConnectControlPipe(DWORD timeoutMs) {
     if (!Greet(pipe.Get(), link.BridgeClientName)) return false;
     link.ControlHandle = pipe.Release();
     return true;
+} catch (const std::bad_alloc&) {
+    // Short of memory for a moment: an attempt that failed like any other.
+    return false;
 }
 
 bool SendControlLine(std::string_view line, std::string& reply) {

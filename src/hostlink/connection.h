@@ -21,11 +21,12 @@ bool EnsureControlConnection(DWORD timeoutMs);
 bool ConnectControlPipe(DWORD timeoutMs);
 
 /// Sends one control line and waits for its reply line, both without the line feed. Holds ControlMutex for the whole
-/// exchange, however long the viewer takes. False when not connected or when the pipe broke; the connection is closed
-/// then and `reply` means nothing.
+/// exchange, however long the viewer takes. False when not connected, when the pipe broke, or when the reply is larger
+/// than memory; the connection is closed then and `reply` means nothing.
 bool SendControlLine(std::string_view line, std::string& reply);
 
-/// Reads one line from `pipe` without its line end, and drops what came behind it. False when the pipe ended first.
+/// Reads one line from `pipe` without its line end, and drops what came behind it. False when the pipe
+/// ended first or memory ran out; the pipe is of no more use then.
 bool ReadControlLine(HANDLE pipe, std::string& reply);
 
 /// Closes the connection, if there is one.

@@ -17,7 +17,8 @@ OwnedRegistryKey OpenForReading(HKEY root, LPCWSTR subKey) {
     return OwnedRegistryKey(key);
 }
 
-/// A REG_DWORD value of the announcement; 0 when it is missing or no such value, which counts as 0 throughout.
+/// A REG_DWORD value of the announcement. 0 also when it is missing or of another type or size: to all readers that is
+/// the same.
 DWORD ReadAnnouncedNumber(LPCWSTR valueName) {
     const OwnedRegistryKey key = OpenForReading(HKEY_CURRENT_USER, Announcement::Key);
     if (!key) return 0;

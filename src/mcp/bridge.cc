@@ -75,5 +75,6 @@ bool MessageHasMethod(std::string_view message, std::string_view name) {
 void RunMessageLoop(ToolCallHandler handleToolCall) try {
     for (std::string message; ReadMcpMessage(message);) HandleMessage(message, handleToolCall);
 } catch (const std::bad_alloc&) {
-    // A message larger than memory: what follows can't be told from its rest, so the loop ends in order.
+    // A message larger than memory: what follows can't be told from its rest, so the loop ends in order and the client
+    // sees it.
 }

@@ -17,5 +17,6 @@ bool MessageHasMethod(std::string_view message, std::string_view name);
 /// the loop knows nothing of the tools that build on its scanners.
 using ToolCallHandler = void (*)(std::string_view idText, std::string_view message);
 
-/// Answers messages on standard output until standard input ends. Bridge's calling thread only.
+/// Answers messages on standard output until standard input ends, or until a message is larger than memory. Bridge's
+/// calling thread only.
 void RunMessageLoop(ToolCallHandler handleToolCall);

@@ -115,8 +115,7 @@ inline constexpr DWORD ERROR_CLASS_ALREADY_EXISTS = 1410;
 DWORD GetLastError();
 void SetLastError(DWORD code);
 
-// ---- Handles, pipes and files
-// ----------------------------------------------------------------------------------------
+// ---- Handles, pipes and files --------------------------------------------------------------------------------------
 
 inline constexpr DWORD GENERIC_READ = 0x80000000;
 inline constexpr DWORD GENERIC_WRITE = 0x40000000;
@@ -150,8 +149,7 @@ BOOL SetHandleInformation(HANDLE handle, DWORD mask, DWORD flags);
 HANDLE GetStdHandle(DWORD which);
 BOOL GetConsoleMode(HANDLE console, LPDWORD mode);
 
-// ---- Registry
-// ----------------------------------------------------------------------------------------------------------
+// ---- Registry ------------------------------------------------------------------------------------------------------
 
 inline const HKEY HKEY_CURRENT_USER = reinterpret_cast<HKEY>(static_cast<std::uintptr_t>(0x80000001));
 inline constexpr REGSAM KEY_QUERY_VALUE = 1;
@@ -170,8 +168,7 @@ LSTATUS RegSetValueExW(HKEY key, LPCWSTR valueName, DWORD reserved, DWORD type, 
 LSTATUS RegDeleteValueW(HKEY key, LPCWSTR valueName);
 LSTATUS RegCloseKey(HKEY key);
 
-// ---- Processes and modules
-// -----------------------------------------------------------------------------------------------
+// ---- Processes and modules -----------------------------------------------------------------------------------------
 
 inline constexpr DWORD MAX_PATH = 260;
 inline constexpr DWORD TH32CS_SNAPPROCESS = 2;
@@ -234,8 +231,7 @@ BOOL FreeLibrary(HMODULE module);
 using FARPROC = std::intptr_t (*)();
 FARPROC GetProcAddress(HMODULE module, const char* name);
 
-// ---- Windows and messages
-// ------------------------------------------------------------------------------------------------
+// ---- Windows and messages ------------------------------------------------------------------------------------------
 
 using WNDPROC = LRESULT (*)(HWND, UINT, WPARAM, LPARAM);
 using PHANDLER_ROUTINE = BOOL (*)(DWORD);
@@ -294,8 +290,7 @@ BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL add);
 LPVOID CoTaskMemAlloc(SIZE_T size);
 void CoTaskMemFree(LPVOID block);
 
-// ---- Text and standard streams
-// -------------------------------------------------------------------------------------------
+// ---- Text and standard streams -------------------------------------------------------------------------------------
 
 inline constexpr UINT CP_UTF8 = 65001;
 inline constexpr std::size_t _TRUNCATE = ~static_cast<std::size_t>(0);
@@ -315,8 +310,7 @@ BOOL SetConsoleOutputCP(UINT codePage);
 int StandinIsWideSpace(std::wint_t unit);
 #define iswspace StandinIsWideSpace
 
-// ---- Time
-// ----------------------------------------------------------------------------------------------------------------
+// ---- Time ----------------------------------------------------------------------------------------------------------
 
 DWORD GetTickCount();
 void Sleep(DWORD milliseconds);

@@ -1,5 +1,5 @@
 /// From a control line to one MCP result: the round trip to the viewer, and the text results of all tools.
-/// Bridge's calling thread only; each operation that takes an id text writes exactly one result.
+/// Bridge's calling thread only; what is called Run, Render or Write gives exactly one result.
 #pragma once
 
 #include <string>

@@ -15,8 +15,7 @@
 
 namespace {
 
-// ---- Reading arguments
-// -----------------------------------------------------------------------------------------------
+// ---- Reading arguments ---------------------------------------------------------------------------------------------
 
 /// One call: the client's id and the whole message, in which every argument is looked up by its name.
 struct ToolCall {
@@ -87,8 +86,7 @@ bool AppendTextEdits(const ToolCall& call, std::string& line, std::initializer_l
     return any;
 }
 
-// ---- The tools, in the order of the catalogue
-// ------------------------------------------------------------------------
+// ---- The tools, in the order of the catalogue ----------------------------------------------------------------------
 
 void ListCommands(const ToolCall& call) {
     EnsureControlConnection(MainThreadConnectTimeOut);

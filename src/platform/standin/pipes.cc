@@ -331,7 +331,8 @@ void ActOnPacket(PipeEnd& pipe) {
     }
 }
 
-void TakeIn(PipeEnd& pipe, const char* bytes, std::size_t count) {
+/// Takes in what has come on the socket. False when memory can't hold it.
+bool TakeIn(PipeEnd& pipe, const char* bytes, std::size_t count) try {
     while (count > 0 && pipe.State == Phase::Connected) {
         std::size_t used = 0;
         if (pipe.DataLeft > 0) {
@@ -348,6 +349,9 @@ void TakeIn(PipeEnd& pipe, const char* bytes, std::size_t count) {
         bytes += used;
         count -= used;
     }
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 /// Takes in all that has come on a connected socket, its end included.
@@ -355,13 +359,11 @@ void Drain(PipeEnd& pipe) {
     char bytes[65536];
     while (pipe.State == Phase::Connected) {
         const ssize_t count = recv(pipe.Socket.Get(), bytes, sizeof(bytes), MSG_DONTWAIT);
-        if (count > 0) {
-            TakeIn(pipe, bytes, static_cast<std::size_t>(count));
-            continue;
-        }
+        if (count > 0 && TakeIn(pipe, bytes, static_cast<std::size_t>(count))) continue;
         if (count < 0 && errno == EINTR) continue;
         if (count < 0 && errno == EAGAIN) return;
-        // A reset is only another way of closing: all that was said before it has been read by now.
+        // A reset is only another way of closing: all that was said before it has been read by now. And bytes that no
+        // memory can hold end the connection like one.
         pipe.State = Phase::PeerGone;
         // A write that was not complete goes with its writer.
         if (pipe.DataLeft > 0 || pipe.Inbox.Size() > pipe.ReadQuota) {

@@ -131,8 +131,8 @@ std::string ExecutablePath(pid_t id) {
     return path;
 }
 
-/// The entry of a process; nothing for one that has ended, and for the kernel's own threads, which have no image. The
-/// look at the image comes first: it costs little and leaves out most of the table.
+/// The entry of a process; nothing for one that has ended, or that is known to have no image, as the kernel's own
+/// threads. The look at the image comes first: it costs little, and for root it leaves out most of the table.
 std::optional<PROCESSENTRY32W> Describe(pid_t id) {
     std::string name = ExecutablePath(id);
     if (name.empty() && errno != EACCES) return std::nullopt;
