@@ -1,7 +1,10 @@
-/// From a reply line of the pipe to a finished result, in one process: throughput beside memcpy of the same bytes, and
-/// the most memory that it took. The results go to the null device.
+/// What texts cost inside one process. From a reply line of the pipe to a finished result: throughput beside memcpy of
+/// the same bytes, and the most memory that it took; the results go to the null device. And the scanners, beside memcpy
+/// or memchr of the message.
 
+#include "mcp/bridge.h"
 #include "mcp/framing.h"
+#include "mcp/scanning.h"
 #include "tools/results.h"
 
 #include <algorithm>
@@ -50,7 +53,43 @@ std::string ImageReply(std::size_t size) {
     return "OK\tORVANE_DISPLAY_IMAGE_REQUIRED\\nORVANE_MCP_IMAGE mime_type=image/png data=" + std::string(size, 'A');
 }
 
-void Measure(const char* kind, const std::string& reply) {
+/// memcpy into fresh memory.
+double CopyThroughput(const std::string& text) {
+    return Throughput(text.size(), [&] {
+        const std::unique_ptr<char[]> target(new char[text.size()]);
+        std::memcpy(target.get(), text.data(), text.size());
+        const volatile char sink = target[text.size() / 2];
+        static_cast<void>(sink);
+    });
+}
+
+void PrintScan(const char* what, double own, const char* limit, double limitRate) {
+    std::fprintf(stderr, "| %s | %.0f | %s %.0f | %.2f |\n", what, own, limit, limitRate, own / limitRate);
+}
+
+/// Calls with an argument of `size` bytes, as a bulk update sends them.
+void MeasureScans(std::size_t size) {
+    std::string updates = R"({"arguments":{"updates":[)";
+    while (updates.size() < size) updates += R"({"refdes":"PU2","description":"buck converter","note":"checked"},)";
+    updates += "0]}}";
+    const std::string text = R"({"arguments":{"updates_json":")" + std::string(size, 'x') + "\"}}";
+    std::string value;
+    const double copy = CopyThroughput(text);
+    const double search = Throughput(size, [&] {
+        const volatile bool found = std::memchr(updates.data(), '\n', updates.size()) != nullptr;
+        static_cast<void>(found);
+    });
+    PrintScan("a method that is not there", Throughput(size, [&] { MessageHasMethod(updates, "none"); }), "memchr",
+              search);
+    PrintScan("a key that is not there", Throughput(size, [&] { FindJsonString(updates, "none", value); }), "memchr",
+              search);
+    PrintScan("an array, taken as it stands",
+              Throughput(size, [&] { FindJsonRawValue(updates, "updates", value = std::string()); }), "memcpy", copy);
+    PrintScan("a string", Throughput(size, [&] { FindJsonString(text, "updates_json", value = std::string()); }),
+              "memcpy", copy);
+}
+
+void MeasureReply(const char* kind, const std::string& reply) {
     std::string given = reply;
     std::ofstream("/proc/self/clear_refs") << 5;  // the peak starts at what stands now
     const std::size_t before = MemoryLine("VmRSS");
@@ -62,12 +101,7 @@ void Measure(const char* kind, const std::string& reply) {
         RenderControlReply("1", std::move(replies.back()));
         replies.pop_back();
     });
-    const double copy = Throughput(reply.size(), [&] {
-        const std::unique_ptr<char[]> target(new char[reply.size()]);
-        std::memcpy(target.get(), reply.data(), reply.size());
-        const volatile char sink = target[reply.size() / 2];
-        static_cast<void>(sink);
-    });
+    const double copy = CopyThroughput(reply);
     std::fprintf(stderr, "| %s reply of %zu MiB | %.0f | %.0f | %.2f | %.1f times the reply |\n", kind,
                  reply.size() >> 20, own, copy, own / copy,
                  static_cast<double>(peak) / static_cast<double>(reply.size()));
@@ -83,8 +117,10 @@ int main() {
         "| From a reply to a result | MiB/s | memcpy, MiB/s | share of it | peak memory |\n|---|---|---|---|---|\n",
         stderr);
     for (const std::size_t mebibytes : {4, 8, 16}) {
-        Measure("text", TextReply(mebibytes << 20));
-        Measure("image", ImageReply(mebibytes << 20));
+        MeasureReply("text", TextReply(mebibytes << 20));
+        MeasureReply("image", ImageReply(mebibytes << 20));
     }
+    std::fputs("\n| Scanning a message of 16 MiB | MiB/s | limit, MiB/s | share of it |\n|---|---|---|---|\n", stderr);
+    MeasureScans(std::size_t{16} << 20);
     return 0;
 }

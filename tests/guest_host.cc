@@ -3,7 +3,6 @@
 #include "api/exports.h"
 #include "host_window.h"
 
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 
@@ -23,17 +22,14 @@ bool TakeLine() {
     return static_cast<bool>(std::getline(std::cin, line));
 }
 
-/// Threads, descriptors and private memory (in units of 256 KiB) of this process, as the kernel counts them; a handle
-/// that grows from call to call tells of handles that are kept.
+/// What this process uses, private memory in units of 256 KiB.
 std::string Usage() {
-    std::string threads, memory;
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("Threads:")) threads = line;
-        if (line.starts_with("RssAnon:")) memory = std::to_string(std::stol(line.substr(8)) / 256);
+        if (!line.starts_with("RssAnon:")) continue;
+        return ThreadsAndDescriptors() + ", memory " + std::to_string(std::stol(line.substr(8)) / 256);
     }
-    const auto descriptors = std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    return threads + " descriptors: " + std::to_string(descriptors) + " memory: " + memory;
+    return "";
 }
 
 }  // namespace

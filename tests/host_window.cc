@@ -27,16 +27,17 @@ LRESULT Echo(HostCommand& command) {
 }
 
 HostWindow::HostWindow(std::function<LRESULT(HostCommand&)> answer) : OnCommand(std::move(answer)) {
-    Thread = std::thread([this] {
+    std::promise<HWND> promise;
+    std::future<HWND> created = promise.get_future();
+    Thread = std::thread([this, promise = std::move(promise)]() mutable {
         threadHost = this;
         const WCHAR* const name = TEXT("OrvaneTestHost");
         const WNDCLASSW windowClass{0, Procedure, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, name};
         RegisterClassW(&windowClass);  // fails for all but the first, which is enough
-        Handle = CreateWindowExW(0, name, name, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
-        Handle.notify_all();
+        promise.set_value(CreateWindowExW(0, name, name, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr));
         for (MSG message; GetMessageW(&message, nullptr, 0, 0) > 0;) DispatchMessageW(&message);
     });
-    Handle.wait(nullptr);
+    Handle = created.get();
 }
 
 HostWindow::~HostWindow() {

@@ -4,6 +4,7 @@
 #include "raw_client.h"
 
 #include <functional>
+#include <future>
 #include <gmock/gmock.h>
 
 /// Leaves `text` in a block of its own; the library frees it.
@@ -16,7 +17,7 @@ LRESULT Echo(HostCommand& command);
 struct HostWindow {
     const std::function<LRESULT(HostCommand&)> OnCommand;
     std::atomic<int> Commands = 0;  // so far, the one under way included
-    std::atomic<HWND> Handle = nullptr;
+    HWND Handle = nullptr;
     std::thread Thread;
 
     explicit HostWindow(std::function<LRESULT(HostCommand&)> answer = Echo);

@@ -3,7 +3,9 @@
 
 #include "api/exports.h"
 #include "control/state.h"
+#include "platform/process_table.h"
 
+#include <filesystem>
 #include <optional>
 
 /// True as soon as `condition` holds; false when it has not come true within half a minute.
@@ -13,6 +15,14 @@ bool Eventually(Condition condition) {
         if (condition()) return true;
     }
     return false;
+}
+
+/// What shows threads and handles that are kept. Under Wine, the descriptors of the one process that holds all handles.
+inline std::string ThreadsAndDescriptors() {
+    const DWORD threads = FindProcessEntry(TakeProcessSnapshot(), GetCurrentProcessId()).cntThreads;
+    std::error_code none;  // where there is no such folder
+    const auto descriptors = std::distance(std::filesystem::directory_iterator("/proc/self/fd", none), {});
+    return std::to_string(threads) + " threads, " + std::to_string(descriptors) + " descriptors";
 }
 
 /// Reads a stream from mark to mark. Takes the bytes in the pieces they come in, and keeps what follows a mark.

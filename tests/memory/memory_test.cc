@@ -57,7 +57,7 @@ struct MemoryTest : ServerTest {
 TEST_F(MemoryTest, AClientWithoutAThreadIsTurnedAwayAndTheNextIsServed) {
     RawClient patient("patient");
     {
-        const MemoryLeft lessThanAStack(4 * MiB);
+        const MemoryLeft lessThanAStack(MiB);
         EXPECT_EQ(RawClient().Exchange("HELLO refused"), "<end>");
         ExpectService(patient);
     }

@@ -5,7 +5,6 @@
 #include "../child_process.h"
 #include "../host_window.h"
 #include "control/clients.h"
-#include "platform/process_table.h"
 
 #include <iostream>
 #include <random>
@@ -238,14 +237,10 @@ void StartsAndStops(int rounds) {
     JoinAll(threads, running, "clients of a stopped server");
 }
 
-DWORD ThreadCount() {
-    return FindProcessEntry(TakeProcessSnapshot(), GetCurrentProcessId()).cntThreads;
-}
-
 /// Clients that stop reading, never greet or go away in the middle, with disconnects and stops in between.
 void BadClients(DWORD seconds) {
     HostWindow host;
-    const DWORD threadsBefore = ThreadCount();
+    const std::string before = ThreadsAndDescriptors();
     for (const DWORD start = GetTickCount(); GetTickCount() - start < seconds * 1000;) {
         ServerTest::Start(host.Handle);
         {
@@ -280,12 +275,12 @@ void BadClients(DWORD seconds) {
         OrvaneMcp_StopControlServer();
     }
     const bool clean = Eventually([&] {
-        return ServerState().ActiveSessions == 0 && OrvaneMcp_GetClientCount() == 0 && ThreadCount() <= threadsBefore;
+        return ServerState().ActiveSessions == 0 && OrvaneMcp_GetClientCount() == 0 &&
+               ThreadsAndDescriptors() == before;
     });
     if (!clean) ++hung;
     Say("bad clients have gone: " + std::to_string(ServerState().ActiveSessions) + " sessions, " +
-        std::to_string(OrvaneMcp_GetClientCount()) + " records, " + std::to_string(ThreadCount()) + " threads, " +
-        std::to_string(threadsBefore) + " before");
+        std::to_string(OrvaneMcp_GetClientCount()) + " records, " + ThreadsAndDescriptors() + "; before: " + before);
 }
 
 }  // namespace
