@@ -24,12 +24,12 @@ bool TakeLine() {
 
 /// What this process uses, private memory in units of 256 KiB.
 std::string Usage() {
+    std::string usage = ThreadsAndDescriptors();
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
-        if (!line.starts_with("RssAnon:")) continue;
-        return ThreadsAndDescriptors() + ", memory " + std::to_string(std::stol(line.substr(8)) / 256);
+        if (line.starts_with("RssAnon:")) usage += ", memory " + std::to_string(std::stol(line.substr(8)) / 256);
     }
-    return "";
+    return usage;
 }
 
 }  // namespace

@@ -25,8 +25,8 @@ bool ConnectControlPipe(DWORD timeoutMs);
 /// than memory; the connection is closed then and `reply` means nothing.
 bool SendControlLine(std::string_view line, std::string& reply);
 
-/// Reads one line from `pipe` without its line end, and drops what came behind it. False when the pipe
-/// ended first or memory ran out; the pipe is of no more use then.
+/// Reads one line from `pipe` without its line end, and drops what came behind it. False when the pipe ended first or
+/// memory ran out; the pipe is of no more use then.
 bool ReadControlLine(HANDLE pipe, std::string& reply);
 
 /// Closes the connection, if there is one.
