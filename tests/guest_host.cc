@@ -3,7 +3,6 @@
 #include "api/exports.h"
 #include "host_window.h"
 
-#include <fstream>
 #include <iostream>
 
 namespace {
@@ -20,16 +19,6 @@ void Say(const std::string& text) {
 bool TakeLine() {
     std::string line;
     return static_cast<bool>(std::getline(std::cin, line));
-}
-
-/// What this process uses, private memory in units of 256 KiB.
-std::string Usage() {
-    std::string usage = ThreadsAndDescriptors();
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("RssAnon:")) usage += ", memory " + std::to_string(std::stol(line.substr(8)) / 256);
-    }
-    return usage;
 }
 
 }  // namespace
@@ -59,13 +48,10 @@ int RunGuestHost(const std::string& mode) {
     if (mode == "free") FreeLibrary(library), FreeLibrary(library);
     Say("serving");
     if (mode == "exit") return TakeLine() ? std::exit(0), 0 : 1;
-    if (mode == "count") {
-        while (TakeLine()) Say(Eventually([&] { return count() == 0; }) ? Usage() : "clients stay");
-    } else {
-        // The session ends by itself, stopped or not, and the functions stay where they were.
-        TakeLine();
-        if (!answered || !Eventually([&] { return count() == 0; }) || version() != 11) return 2;
-    }
+    const auto clientsGo = [&] { return Eventually([&] { return count() == 0; }); };
+    while (TakeLine() && clientsGo()) Say(ThreadsAndHandles());
+    // Sessions end by themselves, stopped or not, and the functions stay where they were.
+    if ((!answered && mode != "stay") || !clientsGo() || version() != 11) return 2;
     stop();
     return 0;
 }

@@ -3,8 +3,8 @@
 
 #include <string>
 
-/// Plays one host and gives the exit code; 0 when all went as it should. It says "serving" and "command", and waits for
-/// lines of input. exit: ends without a stop when told to. stop: stops inside the first command. free: gives the
-/// library back while the server runs. stop-free: both inside the first command. count: answers each line with what it
-/// uses.
+/// Plays one host until its input ends and gives the exit code; 0 when all went as it should. It says "serving" and
+/// "command", and answers a line of input with the threads and handles that are in use once no client is left.
+/// exit: a line ends the process without a stop. stop: stops inside the first command. free: gives the library back
+/// while the server runs. stop-free: both inside the first command.
 int RunGuestHost(const std::string& mode);

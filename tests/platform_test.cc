@@ -153,7 +153,7 @@ std::string Listed(DWORD processId) {
 /// What steps come to on a process of this program: "open", "ask" and "hold" replace the handle that its start gave by
 /// one for everything, for questions or for waiting; "end" has it end by itself.
 std::string TellOfProcess(const std::string& steps) {
-    ChildProcess child(ModulePath(nullptr), TEXT("--host count"));
+    ChildProcess child(ModulePath(nullptr), TEXT("--host stay"));
     EXPECT_EQ(child.Read("\n"), "serving");
     std::optional<OwnedHandle> opened;
     const std::map<std::string, DWORD> rights = {

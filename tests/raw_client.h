@@ -5,7 +5,6 @@
 #include "control/state.h"
 #include "platform/process_table.h"
 
-#include <filesystem>
 #include <optional>
 
 /// True as soon as `condition` holds; false when it has not come true within half a minute.
@@ -17,12 +16,37 @@ bool Eventually(Condition condition) {
     return false;
 }
 
-/// What shows threads and handles that are kept. Under Wine, the descriptors of the one process that holds all handles.
-inline std::string ThreadsAndDescriptors() {
-    const DWORD threads = FindProcessEntry(TakeProcessSnapshot(), GetCurrentProcessId()).cntThreads;
-    std::error_code none;  // where there is no such folder
-    const auto descriptors = std::distance(std::filesystem::directory_iterator("/proc/self/fd", none), {});
-    return std::to_string(threads) + " threads, " + std::to_string(descriptors) + " descriptors";
+/// The threads and open handles of this process, once they stay the same: threads take a moment to leave. Asks for each
+/// value that a handle can have, as Wine keeps no count.
+inline std::string ThreadsAndHandles() {
+    std::string counted;
+    Eventually([&] {
+        const OwnedHandle newest = TakeProcessSnapshot();
+        // Where no value is given twice, the newest is the highest.
+        const std::uintptr_t last = std::max<std::uintptr_t>(0x4000, reinterpret_cast<std::uintptr_t>(newest.Get()));
+        int handles = 0;
+        for (std::uintptr_t value = 4; value <= last; value += 4) {
+            handles += SetHandleInformation(reinterpret_cast<HANDLE>(value), 0, 0);
+        }
+        const DWORD threads = FindProcessEntry(newest, GetCurrentProcessId()).cntThreads;
+        const std::string before =
+            std::exchange(counted, std::to_string(threads) + " threads, " + std::to_string(handles) + " handles");
+        return counted == before;
+    });
+    return counted;
+}
+
+/// Takes rounds, each of which tells what is in use after it, until one adds nothing. Gives "" then, else how it went
+/// on growing for four. A round may add something once: a lock that has to wait for the first time keeps an event.
+template <typename Round>
+std::string LeftBehind(Round round) {
+    std::string left, used;
+    for (int rounds = 0; rounds < 4; ++rounds) {
+        const std::string before = std::exchange(used, round());
+        if (used == before) return "";
+        left += used + "; ";
+    }
+    return left;
 }
 
 /// Reads a stream from mark to mark. Takes the bytes in the pieces they come in, and keeps what follows a mark.

@@ -34,8 +34,7 @@ int main(void) {
     windowClass.lpfnWndProc = Procedure;
     windowClass.lpszClassName = L"PackageHost";
     RegisterClassW(&windowClass);
-    info.HostWindowHandle =
-        CreateWindowExW(0, L"PackageHost", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, NULL, NULL, NULL);
+    info.HostWindowHandle = CreateWindowExW(0, L"PackageHost", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, NULL, NULL, NULL);
 
     if (OrvaneMcp_GetApiVersion() != 11 || !OrvaneMcp_StartControlServer(&info)) {
         OrvaneMcp_GetLastError(text, 300);
