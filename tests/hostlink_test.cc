@@ -57,18 +57,22 @@ TEST_F(ServerTest, NothingButAnOkToItsGreetingConnectsTheBridge) {
     }
 }
 
-TEST_F(ServerTest, ACommandIsSentAgainToAViewerThatHasComeBack) {
+TEST_F(ServerTest, ACommandIsSentAgainToAViewerThatHasComeBackAndNothingOldIsKept) {
     HostWindow host;
     Start(host.Handle);
     EXPECT_FALSE(EnsureControlConnection(0)) << "no time, no attempt";
     EXPECT_TRUE(EnsureControlConnection(MainThreadConnectTimeOut));
     std::string reply, text(2000, 'x');
     EXPECT_TRUE(SendControlLine("GET_NET\t" + text, reply) && reply == "OK\t7:" + text) << reply;
-    OrvaneMcp_StopControlServer();
-    Start(host.Handle);
-    EXPECT_TRUE(EnsureControlConnection(0)) << "open, though dead";
-    testing::internal::CaptureStdout();
-    RunControlCommand("1", "GET_NET\tagain");
-    EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::HasSubstr("7:again"));
+    const auto comeBack = [&] {
+        OrvaneMcp_StopControlServer();
+        Start(host.Handle);
+        EXPECT_TRUE(EnsureControlConnection(0)) << "open, though dead";
+        testing::internal::CaptureStdout();
+        RunControlCommand("1", "GET_NET\tagain");
+        EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::HasSubstr("7:again"));
+        return ThreadsAndHandles();
+    };
+    EXPECT_EQ(LeftBehind(comeBack), "");
     CloseControlConnection();
 }

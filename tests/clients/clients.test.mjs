@@ -39,11 +39,6 @@ async function startViewer() {
   return viewer;
 }
 
-async function kill(viewer) {
-  viewer.kill("SIGKILL");
-  if (viewer.exitCode === null && viewer.signalCode === null) await once(viewer, "exit");
-}
-
 async function connect() {
   const client = new Client({ name: "orvane-client-tests", version: "1.0.0" });
   const transport = new StdioClientTransport({ ...commandLine("orvane_mcp.exe"), env: { ...process.env }, cwd: work });
@@ -98,7 +93,8 @@ describe("a viewer is running", () => {
   });
   after(async () => {
     await session.client.close();
-    await kill(viewer);
+    viewer.kill("SIGKILL");
+    if (viewer.exitCode === null && viewer.signalCode === null) await once(viewer, "exit");
   });
 
   test("19 tools are listed, and each one's sample call is valid under its own schema", async () => {
@@ -142,9 +138,8 @@ describe("a viewer is running", () => {
   });
 });
 
-test("with no viewer, lists and samples answer and a call says what is missing", async () => {
+test("with no viewer, samples answer and a call says what is missing", async () => {
   const session = await connect();
-  assert.equal((await session.client.listTools()).tools.length, 19);
   const list = await session.client.callTool({ name: "list_commands", arguments: {} });
   assert.match(onlyText(list), /^Sample Orvane usage/);
   const call = await session.client.callTool({ name: "get_board_state", arguments: {} });
