@@ -16,38 +16,27 @@
 
 namespace {
 
-struct VerbTabs {
-    std::string_view Verb;
-    std::ptrdiff_t Tabs;  // -1: one, and two more for each edit
-};
-constexpr VerbTabs KnownVerbs[] = {
-    {Verb::SelectNet, 1},
-    {Verb::SelectComponent, 1},
-    {Verb::SelectPin, 2},
-    {Verb::FindComponents, 1},
-    {Verb::FindComponentsUi, 1},
-    {Verb::GetComponent, 1},
-    {Verb::GetNet, 1},
-    {Verb::UpdateComponent, -1},
-    {Verb::BulkUpdateComponents, 5},
-    {Verb::UpdateNet, -1},
-    {Verb::ExportOrv, 1},
-    {Verb::ListComponents, 4},
-    {Verb::SearchFiles, 10},
-    {Verb::SearchIndexedContent, 10},
-    {Verb::GetPdfPageContext, 8},
-    {Verb::PdfiumExtractText, 7},
-    {Verb::GetDiagnosticHints, 1},
+/// Verbs by the number of their tabs; -1: one, and two more for each edit.
+const std::pair<std::ptrdiff_t, std::vector<std::string_view>> KnownVerbs[] = {
+    {1,
+     {Verb::SelectNet, Verb::SelectComponent, Verb::FindComponents, Verb::FindComponentsUi, Verb::GetComponent,
+      Verb::GetNet, Verb::ExportOrv, Verb::GetDiagnosticHints}},
+    {2, {Verb::SelectPin}},
+    {4, {Verb::ListComponents}},
+    {5, {Verb::BulkUpdateComponents}},
+    {7, {Verb::PdfiumExtractText}},
+    {8, {Verb::GetPdfPageContext}},
+    {10, {Verb::SearchFiles, Verb::SearchIndexedContent}},
+    {-1, {Verb::UpdateComponent, Verb::UpdateNet}},
 };
 
 void CheckLine(std::string_view line) {
     Require(line.find_first_of("\r\n") == std::string_view::npos, "a line holds no line end");
     const auto tabs = std::count(line.begin(), line.end(), '\t');
     if (line == Verb::GetBoardState) return;
-    for (const VerbTabs& verb : KnownVerbs) {
-        if (!line.starts_with(verb.Verb)) continue;
-        Require(verb.Tabs < 0 ? tabs >= 3 && tabs % 2 == 1 : tabs == verb.Tabs, "a line has its verb's fields");
-        return;
+    for (const auto& [own, verbs] : KnownVerbs) {
+        if (std::none_of(verbs.begin(), verbs.end(), [&](auto verb) { return line.starts_with(verb); })) continue;
+        return Require(own < 0 ? tabs >= 3 && tabs % 2 == 1 : tabs == own, "a line has its verb's fields");
     }
     Require(false, "a line opens with a known verb");
 }

@@ -12,9 +12,7 @@
 namespace {
 
 struct Marker {
-    std::string RestOfText;
-    std::string MimeType;
-    std::string Data;
+    std::string RestOfText, MimeType, Data;
 };
 
 /// The first marker line of a text, found by copying line after line.
@@ -48,9 +46,7 @@ std::optional<Marker> PlainMarker(const std::string& text) {
 }
 
 void CheckMarker(const std::string& text) {
-    std::string rest = text;
-    std::string mimeType;
-    std::string data;
+    std::string rest = text, mimeType, data;
     const bool extracted = ExtractImageMarker(rest, mimeType, data);
     const std::optional<Marker> plain = PlainMarker(text);
     Require(rest == (plain ? plain->RestOfText : text), "only the marker line leaves the text");
@@ -75,8 +71,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     Require(TakeOutputMessage(output, result) && output.empty(), "a reply gives one result");
     // Image data is spliced in as the viewer sent it: data that a JSON string can't hold is the viewer's fault.
     std::string text = reply.starts_with("OK\t") ? UnescapeControlText(reply.substr(3)) : reply;
-    std::string mimeType;
-    std::string data;
+    std::string mimeType, data;
     const bool image = !reply.starts_with("ERR\t") && ExtractImageMarker(text, mimeType, data);
     if (IsUtf8(result.Body) && !(image && EscapeJsonText(data) != data))
         Require(IsJson(result.Body), "a result is valid JSON");

@@ -12,12 +12,8 @@ namespace {
 
 using Position = std::optional<std::size_t>;  // nothing: the scan failed
 
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
 std::size_t BehindBlanks(const std::string& m, std::size_t at) {
-    while (at < m.size() && IsBlank(m[at])) ++at;
+    while (at < m.size() && std::string(" \t\r\n").find(m[at]) != std::string::npos) ++at;
     return at;
 }
 
@@ -31,8 +27,7 @@ Position ValueOf(const std::string& m, const std::string& key) {
     while (at < m.size() && m[at] != ':') ++at;
     if (at >= m.size()) return {};
     at = BehindBlanks(m, at + 1);
-    if (at >= m.size()) return {};
-    return at;
+    return at < m.size() ? at : Position();
 }
 
 /// Behind the closing quote of the string that opens at `at`; `text` takes its bytes unescaped.
@@ -88,8 +83,7 @@ Position BehindValue(const std::string& m, std::size_t at, int depth) {
     if (m[at] == '{' || m[at] == '[') return BehindContainer(m, at, depth);
     const std::size_t start = at;
     while (at < m.size() && std::string(",}]\r\n").find(m[at]) == std::string::npos) ++at;
-    if (at == start) return {};
-    return at;
+    return at == start ? Position() : at;
 }
 
 std::optional<std::int32_t> IntAt(const std::string& m, std::size_t at) {

@@ -21,6 +21,7 @@ std::string_view incoming;
 std::size_t available = 0;
 std::uint32_t cut = 0;
 std::string outgoing;
+bool refusing = false, refused = false;  // whether a later reply can't be written, and whether that was so
 
 std::size_t NextCut() {
     cut = cut * 1664525 + 1013904223;
@@ -55,6 +56,9 @@ BOOL ReadFile(HANDLE, LPVOID buffer, DWORD size, LPDWORD bytesRead, OVERLAPPED*)
 }
 
 BOOL WriteFile(HANDLE, LPCVOID buffer, DWORD size, LPDWORD bytesWritten, OVERLAPPED*) {
+    Require(!refused, "nothing follows a reply that could not be written");
+    refused = refusing && outgoing.size() > 40;
+    if (refused) return SetLastError(ERROR_NOT_ENOUGH_MEMORY), FALSE;
     outgoing.append(static_cast<const char*>(buffer), size);
     *bytesWritten = size;
     return TRUE;
@@ -78,6 +82,7 @@ void Sleep(DWORD) {
 
 /// The host answers with the command's own text, in a block for every other command.
 LRESULT SendMessageW(HWND, UINT, WPARAM, LPARAM parameter) {
+    Require(!refused, "a client that a reply could not be written to is served no further");
     HostCommand& command = *reinterpret_cast<HostCommand*>(parameter);
     Require(command.LongText != nullptr && command.LongText[command.LongTextLength] == 0, "a command's text ends");
     command.Success = 1;
@@ -94,17 +99,22 @@ LRESULT SendMessageW(HWND, UINT, WPARAM, LPARAM parameter) {
 
 namespace {
 
-/// How the reply to a request line begins; empty for a line that gets none.
-std::string_view ExpectedReply(std::string line) {
+/// How the reply to a request line begins, whole where its text is plain and short; empty for a line that gets none.
+std::string ExpectedReply(std::string line) {
     while (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.empty()) return "";
     if (line == "GET_BOARD_STATE") return "OK\tOK";
     if (line.starts_with("CLIENT_NAME\t")) return "OK\tClient name updated.";
-    for (const char* verb : {"SELECT_NET", "SELECT_COMPONENT", "SELECT_PIN", "FIND_COMPONENTS", "FIND_COMPONENTS_UI",
-                             "GET_COMPONENT", "GET_NET", "UPDATE_COMPONENT", "BULK_UPDATE_COMPONENTS", "UPDATE_NET",
-                             "EXPORT_ORV", "LIST_COMPONENTS", "SEARCH_FILES", "SEARCH_INDEXED_CONTENT",
-                             "GET_PDF_PAGE_CONTEXT", "PDFIUM_EXTRACT_TEXT", "GET_DIAGNOSTIC_HINTS"}) {
-        if (line.starts_with(std::string(verb) + "\t")) return "OK\t";
+    for (const std::string verb :
+         {"SELECT_NET", "SELECT_COMPONENT", "SELECT_PIN", "FIND_COMPONENTS", "FIND_COMPONENTS_UI", "GET_COMPONENT",
+          "GET_NET", "UPDATE_COMPONENT", "BULK_UPDATE_COMPONENTS", "UPDATE_NET", "EXPORT_ORV", "LIST_COMPONENTS",
+          "SEARCH_FILES", "SEARCH_INDEXED_CONTENT", "GET_PDF_PAGE_CONTEXT", "PDFIUM_EXTRACT_TEXT",
+          "GET_DIAGNOSTIC_HINTS"}) {
+        if (!line.starts_with(verb + "\t")) continue;
+        const std::string text = line.substr(verb.size() + 1);
+        const bool plain =
+            std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= 'z' && c != '\\'; });
+        return plain && text.size() - 1 < 999 && !verb.ends_with("UI") ? "OK\t" + text + "\n" : "OK\t";
     }
     return "ERR\tUnknown Orvane MCP command.";
 }
@@ -115,6 +125,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0) return 0;
     incoming = {reinterpret_cast<const char*>(data), size};
     cut = data[0];
+    refusing = cut % 8 == 7;
+    refused = false;
     outgoing.clear();
     const std::size_t greeting = std::min<std::size_t>(available = NextCut(), LongestHelloLine);
     const std::string requests(incoming.substr(greeting));
@@ -126,12 +138,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ClientSession session{std::make_shared<PipeInstance>(OwnedHandle(&state)), state.ServerRun};
     RunClientSession(session);
     Require(OrvaneMcp_GetClientCount() == 0, "a session that ends leaves no record");
+    if (refused) return 0;
 
     std::string_view replies = outgoing;
     Require(replies.starts_with("OK\n"), "a greeting is answered");
     replies.remove_prefix(3);
     for (std::size_t start = 0, end = 0; (end = requests.find('\n', start)) != std::string::npos; start = end + 1) {
-        const std::string_view expected = ExpectedReply(requests.substr(start, end - start));
+        const std::string expected = ExpectedReply(requests.substr(start, end - start));
         if (expected.empty()) continue;
         const std::size_t lineFeed = replies.find('\n');
         Require(lineFeed != std::string_view::npos, "every line is answered");

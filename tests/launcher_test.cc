@@ -1,4 +1,5 @@
 #include "child_process.h"
+#include "control/announcement.h"
 #include "control/protocol.h"
 #include "host_window.h"
 #include "hostlink/discovery.h"
@@ -43,12 +44,26 @@ TEST_F(ServerTest, TheLauncherAnswersEachMessageInItsOwnFramingUntilItsInputEnds
 
 TEST_F(ServerTest, TheBridgeFindsAViewerByItselfAndAgainAfterItWasKilled) {
     ChildProcess bridge(TEXT("./orvane_mcp.exe"));
-    for (const bool restarted : {false, true}) {
+    for (const bool announced : {true, false}) {
         ChildProcess viewer(TEXT("./Orvane.exe"), Utf8ToWide("\"" ORVANE_DEMO_BOARD "\""));
-        EXPECT_TRUE(restarted || viewer.Read("pid " + std::to_string(bridge.Id)).find("<end>") == std::string::npos);
+        viewer.Read("serving");
+        if (!announced) {
+            AnnounceControlServer(false);
+            EXPECT_TRUE(FindControlPipes().empty()) << "it stands beside the bridge, but not beside this program";
+        }
+        EXPECT_TRUE(!announced || viewer.Read("pid " + std::to_string(bridge.Id)).find("<end>") == std::string::npos);
         EXPECT_TRUE(Eventually([&] {
             bridge.Send(R"({"id":1,"method":"tools/call","params":{"name":"get_board_state"}})" + std::string("\n"));
             return bridge.Read("\n").find("demo_board.orv") != std::string::npos;
         }));
+    }
+}
+
+TEST_F(ServerTest, AnIdleBridgeFollowsTheViewersAnnouncement) {
+    Start();
+    ChildProcess bridge(TEXT("./orvane_mcp.exe"));
+    for (const bool announced : {true, false, true}) {
+        AnnounceControlServer(announced);
+        EXPECT_TRUE(Eventually([&] { return OrvaneMcp_GetClientCount() == announced; })) << announced;
     }
 }

@@ -57,16 +57,18 @@ TEST(LivingInAHost, AHostMayStopInsideACommandAndFreeTheLibraryAtAnyTime) {
 }
 
 TEST(LivingInAHost, TwoViewersShareOneAnnouncementAndAKilledOnesIsPassedOver) {
-    ChildProcess first = StartHost("free");
+    ChildProcess first = StartHost("exit");
     EXPECT_EQ(first.Read("\n"), "serving");
     ChildProcess second = StartHost("free");
     EXPECT_EQ(second.Read("\n"), "serving");
     EXPECT_THAT(FindControlPipes(), testing::ElementsAre(ControlPipeName(second.Id)))
         << "the last to start stands there";
+    first.Send("\n");
+    EXPECT_EQ(first.WaitForExitCode(), 0u);
+    EXPECT_EQ(FindControlPipes().size(), 1u) << "nobody withdraws another's";
     second.Kill();
     EXPECT_TRUE(Announced());
     EXPECT_THAT(FindControlPipes(), testing::IsEmpty()) << "nobody lives behind the values that were left";
-    first.Kill();
     AnnounceControlServer(false);
 }
 

@@ -17,12 +17,12 @@ bool Eventually(Condition condition) {
 }
 
 /// The threads and open handles of this process, once they stay the same: threads take a moment to leave. Asks for each
-/// value that a handle can have, as Wine keeps no count.
+/// value that a handle is likely to have, as Wine keeps no count.
 inline std::string ThreadsAndHandles() {
     std::string counted;
     Eventually([&] {
         const OwnedHandle newest = TakeProcessSnapshot();
-        // Where no value is given twice, the newest is the highest.
+        // Lower values are given first, or no value twice: the newest is the highest then.
         const std::uintptr_t last = std::max<std::uintptr_t>(0x4000, reinterpret_cast<std::uintptr_t>(newest.Get()));
         int handles = 0;
         for (std::uintptr_t value = 4; value <= last; value += 4) {

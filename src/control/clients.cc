@@ -125,7 +125,8 @@ std::int32_t OrvaneMcp_DisconnectClients() try {
         const std::lock_guard lock(state.ServerLock);
         for (const ClientRecord& client : state.Clients) pipes.push_back(client.Pipe);
     }
-    for (const auto& pipe : pipes) EndConnection(*pipe);
+    const DWORD start = GetTickCount();
+    for (const auto& pipe : pipes) EndConnection(*pipe, start);
     const bool any = !pipes.empty();
     pipes.clear();
     for (int i = 0; i < looks; ++i) {

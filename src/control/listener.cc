@@ -75,11 +75,14 @@ void RunPipeListener(std::uint64_t serverRun) noexcept {
 void WakeListener() {
     constexpr DWORD pause = 1;
     constexpr DWORD limit = 5000;
+    constexpr int fewestTries = 500;
     ControlServerState& state = ServerState();
     // Repeated, since one try may fall between two instances; and with the wait cancelled too, since the open may
     // reach another process that serves a pipe of the same name. Within a limit, for a host that stops while its
-    // process ends: the listener is gone then without a word.
-    for (const DWORD start = GetTickCount(); !state.ListenerEnded && GetTickCount() - start < limit;) {
+    // process ends: the listener is gone then without a word. Tries are counted beside the time, which goes on while a
+    // machine sleeps.
+    const DWORD start = GetTickCount();
+    for (int tries = 0; !state.ListenerEnded && (tries < fewestTries || GetTickCount() - start < limit); ++tries) {
         const OwnedHandle wakeUp(CreateFileW(state.PipeName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
         std::shared_ptr<PipeInstance> listening;

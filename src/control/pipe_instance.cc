@@ -1,13 +1,22 @@
 #include "control/pipe_instance.h"
 
-void EndConnection(PipeInstance& instance) {
+namespace {
+
+/// True for the errors of a write to a client that has closed its end or has been disconnected.
+bool TellsThatClientHasGone(DWORD error) {
+    return error == ERROR_NO_DATA || error == ERROR_BROKEN_PIPE || error == ERROR_PIPE_NOT_CONNECTED;
+}
+
+}  // namespace
+
+void EndConnection(PipeInstance& instance, DWORD start) {
     constexpr DWORD cancelTime = 1000;
     constexpr DWORD cancelPause = 1;
     instance.Leaving = true;
     CancelIoEx(instance.Pipe.Get(), nullptr);
     // One cancel can come just before the call that it was meant for. And a pipe with a call in it must not be
     // disconnected: the system would let that wait for the call.
-    for (const DWORD start = GetTickCount(); instance.InCall && GetTickCount() - start < cancelTime;) {
+    while (instance.InCall && GetTickCount() - start < cancelTime) {
         Sleep(cancelPause);
         CancelIoEx(instance.Pipe.Get(), nullptr);
     }
@@ -20,11 +29,12 @@ void WriteReplyBytes(PipeInstance& instance, std::string_view bytes) {
         const std::string_view piece = bytes.substr(0, largestWrite);
         const PipeCall call(instance);
         DWORD written = 0;
-        const bool whole =
-            call &&
-            WriteFile(instance.Pipe.Get(), piece.data(), static_cast<DWORD>(piece.size()), &written, nullptr) != 0 &&
-            written == piece.size();
-        instance.Broken = !whole;
+        const bool taken = call && WriteFile(instance.Pipe.Get(), piece.data(), static_cast<DWORD>(piece.size()),
+                                             &written, nullptr) != 0;
+        const bool gone = call && !taken && TellsThatClientHasGone(GetLastError());
+        instance.Broken = !taken || written != piece.size();
+        // A client that stays would wait for this reply for ever, so it is sent away.
+        if (instance.Broken && !gone) instance.Leaving = true;
         bytes.remove_prefix(piece.size());
     }
 }

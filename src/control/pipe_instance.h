@@ -13,7 +13,8 @@ struct PipeInstance {
     explicit PipeInstance(OwnedHandle pipe) : Pipe(std::move(pipe)) {}
 
     const OwnedHandle Pipe;
-    /// Set by EndConnection. From then on the session makes no pipe call and takes up no further line.
+    /// Set by EndConnection, and by a reply that fails while the client is there. From then on the session makes no
+    /// pipe call and takes up no further line.
     std::atomic<bool> Leaving = false;
     /// True while the session is inside a pipe call.
     std::atomic<bool> InCall = false;
@@ -41,11 +42,14 @@ class PipeCall {
     PipeInstance& instance_;
 };
 
-/// Ends the client's connection from another thread: frees the session from a call that blocks, then disconnects.
-void EndConnection(PipeInstance& instance);
+/// Ends the client's connection from another thread: frees the session from a call that blocks, then disconnects. Gives
+/// up a second after the tick `start`, which all connections share that are ended together; a session whose call the
+/// system would not cancel till then ends with that call.
+void EndConnection(PipeInstance& instance, DWORD start);
 
-/// Writes bytes as they are, with one call. Blocks until the pipe has taken them; a failure shows at the session's next
-/// call. Session thread only.
+/// Writes bytes as they are, with one call. Blocks until the pipe has taken them. Failures are not told: of a client
+/// that has gone the session still takes what it had sent, and one that is there loses its connection. Session thread
+/// only.
 void WriteReplyBytes(PipeInstance& instance, std::string_view bytes);
 
 /// Writes a reply and, with a second call, its line feed.

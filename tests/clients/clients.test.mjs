@@ -57,25 +57,16 @@ async function close({ client, transport }) {
 }
 
 const samples = {
-  list_commands: {},
-  get_board_state: {},
-  select_component: { refdes: "PU2" },
-  select_pin: { refdes: "PU2", pin: "1" },
-  select_net: { net: "+VIN" },
-  find_components: { query: "charger" },
-  get_component_info: { refdes: "PU2" },
-  get_net_info: { net: "+VIN" },
+  list_commands: {}, get_board_state: {},
+  select_component: { refdes: "PU2" }, select_pin: { refdes: "PU2", pin: "1" }, select_net: { net: "+VIN" },
+  find_components: { query: "charger" }, get_component_info: { refdes: "PU2" }, get_net_info: { net: "+VIN" },
   update_component: { refdes: "PU2", note: "checked \"twice\"\tµ" },
   bulk_update_components: { updates: [{ refdes: "PU2", value: "charger" }], dry_run: true },
-  update_net: { net: "+VIN", description: "input rail" },
-  export_orv: { path: "exported.orv" },
-  list_components: { limit: 3, include_nets: false },
-  get_diagnostic_hints: { query: "no backlight" },
+  update_net: { net: "+VIN", description: "input rail" }, export_orv: { path: "exported.orv" },
+  list_components: { limit: 3, include_nets: false }, get_diagnostic_hints: { query: "no backlight" },
   search_indexed_content: { query: "PU2", file_type: "boardview" },
-  get_pdf_page_context: { page: 1, query: "PU2" },
-  extract_pdfium_text: { page_start: 1, page_end: 1 },
-  render_pdf_page_image: { page: 1, image_mode: "page" },
-  search_files: { query: "demo_board" },
+  get_pdf_page_context: { page: 1, query: "PU2" }, extract_pdfium_text: { page_start: 1, page_end: 1 },
+  render_pdf_page_image: { page: 1, image_mode: "page" }, search_files: { query: "demo_board" },
 };
 
 function onlyText(result) {

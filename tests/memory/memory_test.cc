@@ -4,6 +4,7 @@
 #include "control/announcement.h"
 #include "control/protocol.h"
 #include "hostlink/connection.h"
+#include "hostlink/discovery.h"
 #include "mcp/bridge.h"
 
 #include <fstream>
@@ -53,7 +54,14 @@ struct MemoryTest : ServerTest {
     static void ExpectService(RawClient& client) { EXPECT_EQ(client.Exchange("GET_NET\ta"), "OK\t7:a"); }
 };
 
-// The first of all: later ones leave stacks behind that a thread can have without new memory.
+TEST_F(ServerTest, AListenerWithoutAThreadIsToldAndNotAnnounced) {
+    const MemoryLeft lessThanAStack(MiB);
+    EXPECT_EQ(Start(), 0);
+    EXPECT_EQ(WideToUtf8(ServerState().LastErrorText), "Failed to start Orvane MCP control server thread.");
+    EXPECT_FALSE(IsControlServerAnnounced());
+}
+
+// The first with clients: later ones leave stacks behind that a thread can have without new memory.
 TEST_F(MemoryTest, AClientWithoutAThreadIsTurnedAwayAndTheNextIsServed) {
     RawClient patient("patient");
     {
