@@ -125,7 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0) return 0;
     incoming = {reinterpret_cast<const char*>(data), size};
     cut = data[0];
-    refusing = cut % 8 == 7;
+    refusing = size % 4 == 3;
     refused = false;
     outgoing.clear();
     const std::size_t greeting = std::min<std::size_t>(available = NextCut(), LongestHelloLine);

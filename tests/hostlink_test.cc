@@ -66,8 +66,7 @@ TEST_F(ServerTest, ACommandIsSentAgainToAViewerThatHasComeBackAndNothingOldIsKep
     EXPECT_TRUE(SendControlLine("GET_NET\t" + text, reply) && reply == "OK\t7:" + text) << reply;
     const auto comeBack = [&] {
         OrvaneMcp_StopControlServer();
-        EXPECT_TRUE(ServerState().ActiveSessions == 0 && ServerState().HostWindow == nullptr)
-            << "a stop waits for both";
+        EXPECT_TRUE(ServerState().ActiveSessions == 0 && ServerState().HostWindow == nullptr) << "not after a stop";
         Start(host.Handle);
         EXPECT_TRUE(EnsureControlConnection(0)) << "open, though dead";
         testing::internal::CaptureStdout();

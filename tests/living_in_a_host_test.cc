@@ -76,14 +76,16 @@ TEST(LivingInAHost, FiveHundredClientsLeaveNothingBehind) {
     ChildProcess host = StartHost("stay");
     EXPECT_EQ(host.Read("\n"), "serving");
     const auto round = [&host] {
-        for (int i = 0; i < 250; ++i) {
+        for (int i = 0; i < 250 && !HasFailure(); ++i) {
             RawClient client = ClientOf(host.Id);
             if (i % 10 != 0) continue;
             EXPECT_EQ(client.Exchange("GET_BOARD_STATE"), "OK\t2:");
             EXPECT_EQ(host.Read("\n"), "command");
         }
         host.Send("\n");
-        return host.Read("\n");
+        const std::string used = host.Read("\n");
+        EXPECT_NE(used, "<end>") << "clients stay";
+        return used;
     };
     EXPECT_EQ(LeftBehind(round), "");
     host.Input.reset();

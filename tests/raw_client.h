@@ -22,8 +22,8 @@ inline std::string ThreadsAndHandles() {
     std::string counted;
     Eventually([&] {
         const OwnedHandle newest = TakeProcessSnapshot();
-        // Lower values are given first, or no value twice: the newest is the highest then.
-        const std::uintptr_t last = std::max<std::uintptr_t>(0x4000, reinterpret_cast<std::uintptr_t>(newest.Get()));
+        // Where no value is given twice, the newest is the highest.
+        const auto last = std::max<std::uintptr_t>(0x4000, newest ? reinterpret_cast<std::uintptr_t>(newest.Get()) : 0);
         int handles = 0;
         for (std::uintptr_t value = 4; value <= last; value += 4) {
             handles += SetHandleInformation(reinterpret_cast<HANDLE>(value), 0, 0);
@@ -36,8 +36,8 @@ inline std::string ThreadsAndHandles() {
     return counted;
 }
 
-/// Takes rounds, each of which tells what is in use after it, until one adds nothing. Gives "" then, else how it went
-/// on growing for four. A round may add something once: a lock that has to wait for the first time keeps an event.
+/// Takes rounds, each of which tells what is in use after it, until two leave the same. Gives "" then, else what each
+/// of four has left. A round may add something once: a lock that has to wait for the first time keeps an event.
 template <typename Round>
 std::string LeftBehind(Round round) {
     std::string left, used;

@@ -112,8 +112,8 @@ int32_t OrvaneMcp_GetLastError(OrvaneMcpChar* buffer, int32_t capacity);
 int32_t OrvaneMcp_GetClientCount(void);
 int32_t OrvaneMcp_GetClientInfo(int32_t index, ClientInfo* info);
 
-/* Ends the connection of every client in the list and waits about a second for the sessions to go. 0 only when sessions
- * outlast the wait although there was no connection to end, or when memory runs out. */
+/* Ends the connection of every client in the list and waits about two seconds at most for the sessions to go. 0 only
+ * when sessions outlast the wait although there was no connection to end, or when memory runs out. */
 int32_t OrvaneMcp_DisconnectClients(void);
 
 #ifdef __cplusplus

@@ -125,8 +125,7 @@ std::int32_t OrvaneMcp_DisconnectClients() try {
         const std::lock_guard lock(state.ServerLock);
         for (const ClientRecord& client : state.Clients) pipes.push_back(client.Pipe);
     }
-    const DWORD start = GetTickCount();
-    for (const auto& pipe : pipes) EndConnection(*pipe, start);
+    EndConnections(pipes);
     const bool any = !pipes.empty();
     pipes.clear();
     for (int i = 0; i < looks; ++i) {

@@ -75,7 +75,7 @@ void RunPipeListener(std::uint64_t serverRun) noexcept {
 void WakeListener() {
     constexpr DWORD pause = 1;
     constexpr DWORD limit = 5000;
-    constexpr int fewestTries = 500;
+    constexpr int fewestTries = 100;
     ControlServerState& state = ServerState();
     // Repeated, since one try may fall between two instances; and with the wait cancelled too, since the open may
     // reach another process that serves a pipe of the same name. Within a limit, for a host that stops while its

@@ -9,18 +9,30 @@ bool TellsThatClientHasGone(DWORD error) {
 
 }  // namespace
 
-void EndConnection(PipeInstance& instance, DWORD start) {
+void EndConnections(const std::vector<std::shared_ptr<PipeInstance>>& instances) {
     constexpr DWORD cancelTime = 1000;
     constexpr DWORD cancelPause = 1;
-    instance.Leaving = true;
-    CancelIoEx(instance.Pipe.Get(), nullptr);
-    // One cancel can come just before the call that it was meant for. And a pipe with a call in it must not be
-    // disconnected: the system would let that wait for the call.
-    while (instance.InCall && GetTickCount() - start < cancelTime) {
-        Sleep(cancelPause);
-        CancelIoEx(instance.Pipe.Get(), nullptr);
+    constexpr int fewestTries = 50;  // the time goes on while a machine sleeps
+    for (const auto& instance : instances) {
+        instance->Leaving = true;
+        CancelIoEx(instance->Pipe.Get(), nullptr);
     }
-    if (!instance.InCall) DisconnectNamedPipe(instance.Pipe.Get());
+    // One cancel can come just before the call that it was meant for.
+    const DWORD start = GetTickCount();
+    for (int tries = 0; tries < fewestTries || GetTickCount() - start < cancelTime; ++tries) {
+        bool anyInCall = false;
+        for (const auto& instance : instances) {
+            if (!instance->InCall) continue;
+            anyInCall = true;
+            CancelIoEx(instance->Pipe.Get(), nullptr);
+        }
+        if (!anyInCall) break;
+        Sleep(cancelPause);
+    }
+    // A pipe with a call in it must not be disconnected: the system would let that wait for the call.
+    for (const auto& instance : instances) {
+        if (!instance->InCall) DisconnectNamedPipe(instance->Pipe.Get());
+    }
 }
 
 void WriteReplyBytes(PipeInstance& instance, std::string_view bytes) {

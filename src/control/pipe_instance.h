@@ -4,8 +4,10 @@
 #include "platform/owned.h"
 
 #include <atomic>
+#include <memory>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 /// Shared by the session that serves it, its entry in the client list and whoever ends it from outside. The handle is
 /// closed when the last of them lets go, so no one acts on a handle that was closed or that the system gave out anew.
@@ -13,7 +15,7 @@ struct PipeInstance {
     explicit PipeInstance(OwnedHandle pipe) : Pipe(std::move(pipe)) {}
 
     const OwnedHandle Pipe;
-    /// Set by EndConnection, and by a reply that fails while the client is there. From then on the session makes no
+    /// Set by EndConnections, and by a reply that fails while the client is there. From then on the session makes no
     /// pipe call and takes up no further line.
     std::atomic<bool> Leaving = false;
     /// True while the session is inside a pipe call.
@@ -27,7 +29,7 @@ struct PipeInstance {
 class PipeCall {
   public:
     explicit PipeCall(PipeInstance& instance) : instance_(instance) {
-        // Announced before the look at Leaving: EndConnection sets that before it looks at InCall, so that one of the
+        // Announced before the look at Leaving: EndConnections sets that before it looks at InCall, so that one of the
         // two always sees the other.
         instance_.InCall = true;
         if (instance_.Leaving) instance_.InCall = false;
@@ -42,10 +44,9 @@ class PipeCall {
     PipeInstance& instance_;
 };
 
-/// Ends the client's connection from another thread: frees the session from a call that blocks, then disconnects. Gives
-/// up a second after the tick `start`, which all connections share that are ended together; a session whose call the
-/// system would not cancel till then ends with that call.
-void EndConnection(PipeInstance& instance, DWORD start);
+/// Ends connections from another thread: frees their sessions from calls that block, then disconnects. Tries for a
+/// second in all; a session whose call the system would not cancel till then ends with that call.
+void EndConnections(const std::vector<std::shared_ptr<PipeInstance>>& instances);
 
 /// Writes bytes as they are, with one call. Blocks until the pipe has taken them. Failures are not told: of a client
 /// that has gone the session still takes what it had sent, and one that is there loses its connection. Session thread

@@ -19,7 +19,8 @@ struct ClientSession {
 /// closes as its last owner lets go.
 bool StartClientSession(std::shared_ptr<PipeInstance> pipe, std::uint64_t serverRun);
 
-/// Serves the client until it leaves, its connection is ended from outside or its run of the server is over.
+/// Serves the client until it leaves, a reply can't be written to it, its connection is ended from outside or its run
+/// of the server is over.
 /// Throws std::bad_alloc when the client's pending input or a command outgrows memory; the client is off the list
 /// then, as on every other way out.
 void RunClientSession(ClientSession& session);

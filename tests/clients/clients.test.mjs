@@ -129,8 +129,9 @@ describe("a viewer is running", () => {
   });
 });
 
-test("with no viewer, samples answer and a call says what is missing", async () => {
+test("with no viewer, lists and samples answer and a call says what is missing", async () => {
   const session = await connect();
+  assert.equal((await session.client.listTools()).tools.length, 19);
   const list = await session.client.callTool({ name: "list_commands", arguments: {} });
   assert.match(onlyText(list), /^Sample Orvane usage/);
   const call = await session.client.callTool({ name: "get_board_state", arguments: {} });
