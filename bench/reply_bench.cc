@@ -2,7 +2,7 @@
 /// the same bytes, and the most memory that it took; the results go to the null device. And the scanners, beside memcpy
 /// or memchr of the message.
 
-#include "mcp/bridge.h"
+#include "bridge/message_loop.h"
 #include "mcp/framing.h"
 #include "mcp/scanning.h"
 #include "tools/results.h"

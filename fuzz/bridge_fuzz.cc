@@ -1,11 +1,11 @@
 /// Bytes on the bridge's standard input, with a recording stand-in for the connection: what comes out is well framed,
 /// at most one reply a message, valid JSON; what goes to the viewer is one line with the verb's number of fields.
 
+#include "bridge/message_loop.h"
 #include "checks.h"
-#include "control/protocol.h"
 #include "hostlink/connection.h"
-#include "mcp/bridge.h"
 #include "mcp/framing.h"
+#include "protocol/verbs.h"
 #include "tools/tool_calls.h"
 
 #include <algorithm>
@@ -115,7 +115,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::FILE* const console = stdin;
     stdin = fmemopen(input.data(), input.size(), "rb");
     CaughtOutput caught;
-    RunMessageLoop(HandleToolCall);
+    RunMessageLoop();
     std::fclose(stdin);
     stdin = console;
 

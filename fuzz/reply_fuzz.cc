@@ -1,8 +1,7 @@
 /// A reply line from the pipe: it becomes one well-formed result, and escaping then unescaping gives a text back.
 
 #include "checks.h"
-#include "control/protocol.h"
-#include "tools/image_results.h"
+#include "protocol/control_protocol.h"
 #include "tools/results.h"
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 /// The scanners against a second implementation that is plain, slow and obviously right.
 
+#include "bridge/message_loop.h"
 #include "checks.h"
-#include "mcp/bridge.h"
 #include "mcp/scanning.h"
 
 #include <cstdint>

@@ -5,9 +5,9 @@
 
 #include "api/exports.h"
 #include "checks.h"
-#include "control/protocol.h"
 #include "control/session.h"
 #include "control/state.h"
+#include "protocol/control_protocol.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,10 +1,10 @@
 #include "child_process.h"
 #include "control/announcement.h"
-#include "control/protocol.h"
 #include "host_window.h"
 #include "hostlink/client_identity.h"
 #include "hostlink/connection.h"
 #include "hostlink/discovery.h"
+#include "protocol/control_protocol.h"
 #include "tools/results.h"
 
 TEST_F(ServerTest, OnlyAWholeAnnouncementOfALiveProcessIsFound) {

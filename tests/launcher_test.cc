@@ -1,10 +1,10 @@
 #include "child_process.h"
 #include "control/announcement.h"
-#include "control/protocol.h"
 #include "host_window.h"
 #include "hostlink/discovery.h"
 #include "mcp/catalogue.h"
 #include "platform/module.h"
+#include "protocol/control_protocol.h"
 
 TEST_F(ServerTest, TheLauncherAnswersEachMessageInItsOwnFramingUntilItsInputEnds) {
     const auto framed = [](std::string body) {

@@ -2,9 +2,9 @@
 
 #include "child_process.h"
 #include "control/announcement.h"
-#include "control/protocol.h"
 #include "hostlink/discovery.h"
 #include "platform/module.h"
+#include "protocol/control_protocol.h"
 
 #include <gmock/gmock.h>
 

@@ -2,8 +2,8 @@
 /// native lane's stand-in is held to what Windows does, step by step.
 
 #include "child_process.h"
-#include "control/protocol.h"
 #include "platform/module.h"
+#include "protocol/control_protocol.h"
 
 #include <functional>
 #include <future>

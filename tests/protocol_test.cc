@@ -1,7 +1,6 @@
-#include "control/protocol.h"
-
 #include "control/clients.h"
 #include "hostlink/client_identity.h"
+#include "protocol/control_protocol.h"
 
 #include <gtest/gtest.h>
 

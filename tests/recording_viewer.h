@@ -2,7 +2,7 @@
 #pragma once
 
 #include "control/announcement.h"
-#include "control/protocol.h"
+#include "protocol/control_protocol.h"
 #include "control/state.h"
 #include "hostlink/connection.h"
 

@@ -1,6 +1,6 @@
 #include "mcp/scanning.h"
 
-#include "mcp/bridge.h"
+#include "bridge/message_loop.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "control/protocol.h"
 #include "host_window.h"
 #include "hostlink/discovery.h"
+#include "protocol/control_protocol.h"
 
 #include <future>
 #include <sstream>

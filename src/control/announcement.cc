@@ -1,8 +1,8 @@
 #include "control/announcement.h"
 
-#include "control/protocol.h"
 #include "control/state.h"
 #include "platform/owned.h"
+#include "protocol/control_protocol.h"
 
 namespace {
 

@@ -1,8 +1,9 @@
 #include "control/clients.h"
 
 #include "api/exports.h"
-#include "control/protocol.h"
 #include "control/state.h"
+#include "protocol/client_labels.h"
+#include "protocol/control_protocol.h"
 
 #include <algorithm>
 #include <mutex>
@@ -25,12 +26,12 @@ WideString Trimmed(const WideString& name) {
     return WideString(first, last);
 }
 
-/// The standard name of a client that is recognised by its lower-cased name; null for any other.
-const WCHAR* StandardName(const WideString& lowerName) {
-    if (Holds(lowerName, TEXT("codex"))) return TEXT("Codex MCP client");
-    if (Holds(lowerName, TEXT("claude"))) return TEXT("Claude MCP client");
-    if (Holds(lowerName, TEXT("vs code")) || lowerName == TEXT("code")) return TEXT("VS Code MCP client");
-    return nullptr;
+/// The standard name of a client recognised by its lower-cased name; empty for any other.
+WideString StandardName(const WideString& lowerName) {
+    for (const KnownClient& client : KnownClients) {
+        if (client.GivenName.Holds(lowerName)) return Utf8ToWide(client.Label);
+    }
+    return {};
 }
 
 /// A UTC time as local time, "2026-01-31 08:15:00"; empty when it can't be converted.
@@ -87,10 +88,10 @@ void ClearClients() {
 
 WideString NormalizeClientName(const WideString& name) {
     WideString trimmed = Trimmed(name);
-    if (trimmed.empty()) return UnnamedClient;
+    if (trimmed.empty()) return Utf8ToWide(UnnamedClient);
     const WideString lowerName = ToLowerWide(trimmed);
-    const WCHAR* const standard = StandardName(lowerName);
-    return standard == nullptr || Holds(lowerName, BridgeIdWords) ? trimmed : WideString(standard);
+    const WideString standard = StandardName(lowerName);
+    return standard.empty() || Holds(lowerName, BridgeIdWords) ? trimmed : standard;
 }
 
 WideString ExtractBridgeSuffix(const WideString& name) {

@@ -7,9 +7,6 @@
 #include <cstdint>
 #include <memory>
 
-/// The name of a client that gives none.
-inline constexpr const WCHAR* UnnamedClient = TEXT("MCP client");
-
 /// One connected client.
 struct ClientRecord {
     std::uint64_t Id = 0;  // from 1 after every start of the server

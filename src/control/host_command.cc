@@ -1,9 +1,9 @@
 #include "control/host_command.h"
 
 #include "api/exports.h"
-#include "control/protocol.h"
 #include "control/state.h"
 #include "platform/owned.h"
+#include "protocol/control_protocol.h"
 #include "text/wide.h"
 
 #include <algorithm>
@@ -33,7 +33,7 @@ std::string TakeReplyText(HostCommand& command) {
 
 std::string SendHostCommand(std::int32_t commandId, std::string_view text, std::uint64_t serverRun) {
     const HWND window = FindHostWindow(serverRun);
-    if (window == nullptr || IsWindow(window) == 0) return "ERR\tOrvane main window is not available.";
+    if (window == nullptr || IsWindow(window) == 0) return ErrorReply("Orvane main window is not available.");
 
     const WideString wideText = Utf8ToWide(text);
     HostCommand command{};
@@ -50,5 +50,5 @@ std::string SendHostCommand(std::int32_t commandId, std::string_view text, std::
     std::string replyText = TakeReplyText(command);
     if (replyText.empty()) replyText = command.Success != 0 ? "OK" : "Orvane command failed.";
     const bool succeeded = command.Success != 0 && result != 0;
-    return std::string(succeeded ? OkReplyPrefix : ErrorReplyPrefix) + EscapeReplyText(replyText);
+    return succeeded ? OkReply(replyText) : ErrorReply(replyText);
 }

@@ -1,13 +1,12 @@
-/// Start and stop: the two exports, and what the library's hooks tell.
+/// Starting and stopping the server: the two exports.
 
 #include "api/exports.h"
-#include "api/library.h"
 #include "control/announcement.h"
 #include "control/clients.h"
 #include "control/listener.h"
-#include "control/protocol.h"
 #include "control/state.h"
 #include "platform/module.h"
+#include "protocol/control_protocol.h"
 #include "text/paths.h"
 
 #include <cstddef>
@@ -104,12 +103,4 @@ void OrvaneMcp_StopControlServer() {
     }
     // The slot may be another viewer's by now, so a stop without a server leaves it alone.
     if (wasRunning) AnnounceControlServer(false);
-}
-
-void NoteLibraryLoaded(HMODULE module) {
-    ServerState().ModuleHandle = module;
-}
-
-void NoteProcessEnds() {
-    WithdrawAtProcessEnd();
 }

@@ -2,8 +2,9 @@
 
 #include "control/clients.h"
 #include "control/dispatch.h"
-#include "control/protocol.h"
 #include "control/state.h"
+#include "protocol/client_labels.h"
+#include "protocol/control_protocol.h"
 
 #include <algorithm>
 #include <string>
@@ -53,7 +54,7 @@ WideString ReadClientHello(PipeInstance& instance) {
     DWORD count = 0;
     const PipeCall call(instance);
     if (!call || ReadFile(instance.Pipe.Get(), buffer, LongestHelloLine, &count, nullptr) == 0 || count == 0) {
-        return UnnamedClient;
+        return Utf8ToWide(UnnamedClient);
     }
     std::string_view text(buffer);  // up to the first NUL
     if (text.starts_with(HelloPrefix)) text.remove_prefix(std::string_view(HelloPrefix).size());
@@ -61,7 +62,7 @@ WideString ReadClientHello(PipeInstance& instance) {
     WCHAR name[LongestHelloLine];
     const int units = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), name,
                                           static_cast<int>(std::size(name)));
-    return units <= 0 ? WideString(UnnamedClient) : WideString(name, static_cast<std::size_t>(units));
+    return units <= 0 ? Utf8ToWide(UnnamedClient) : WideString(name, static_cast<std::size_t>(units));
 }
 
 /// True while the session may take up another line.

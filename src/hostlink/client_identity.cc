@@ -1,8 +1,9 @@
 #include "hostlink/client_identity.h"
 
-#include "control/protocol.h"
 #include "hostlink/connection.h"
 #include "platform/process_table.h"
+#include "protocol/client_labels.h"
+#include "protocol/control_protocol.h"
 
 #include <algorithm>
 #include <cctype>
@@ -17,12 +18,12 @@ WideString ParentImageName() {
     return parent == 0 ? WideString() : WideString(FindProcessEntry(snapshot, parent).szExeFile);
 }
 
-/// What the client is called, by its lower-cased image name. The first row that fits decides.
+/// What to call the client whose image has this lower-cased name.
 std::string ClientLabel(const WideString& lowerName) {
-    if (lowerName.find(TEXT("codex")) != WideString::npos) return "Codex MCP client";
-    if (lowerName.find(TEXT("claude")) != WideString::npos) return "Claude MCP client";
-    if (lowerName == TEXT("code.exe")) return "VS Code MCP client";
-    return "MCP client";
+    for (const KnownClient& client : KnownClients) {
+        if (client.ImageName.Holds(lowerName)) return std::string(client.Label);
+    }
+    return std::string(UnnamedClient);
 }
 
 }  // namespace
@@ -35,12 +36,6 @@ std::string FormatClientName(DWORD processId, const WideString& parentName) {
     std::string name = ClientLabel(ToLowerWide(parentName)) + BridgeSuffixStart + std::to_string(processId);
     if (!parentName.empty()) name += ", parent " + WideToAsciiLossy(parentName);
     return name + ")";
-}
-
-std::string WideToAsciiLossy(const WideString& text) {
-    std::string ascii;
-    for (const WCHAR unit : text) ascii += unit < 128 ? static_cast<char>(unit) : '?';
-    return ascii;
 }
 
 std::uint32_t ClientImageByteLimit() {

@@ -14,9 +14,6 @@ std::string BuildClientName();
 /// The same for a bridge with this id and a parent of this image name, which may be empty.
 std::string FormatClientName(DWORD processId, const WideString& parentName);
 
-/// One byte for each code unit: its value below 128, "?" from there up.
-std::string WideToAsciiLossy(const WideString& text);
-
 /// The most bytes that this client takes for an image: 614400 for one whose name holds "claude", else 0, which stands
 /// for no limit of the client's. Takes ControlMutex for a moment.
 std::uint32_t ClientImageByteLimit();

@@ -1,10 +1,10 @@
 #include "hostlink/connection.h"
 
-#include "control/protocol.h"
 #include "hostlink/client_identity.h"
 #include "hostlink/discovery.h"
 #include "platform/module.h"
 #include "platform/owned.h"
+#include "protocol/control_protocol.h"
 #include "text/trim.h"
 #include "text/wide.h"
 

@@ -1,8 +1,8 @@
 #include "hostlink/discovery.h"
 
-#include "control/protocol.h"
 #include "platform/module.h"
 #include "platform/process_table.h"
+#include "protocol/control_protocol.h"
 #include "text/paths.h"
 
 #include <algorithm>

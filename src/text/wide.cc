@@ -51,10 +51,14 @@ WideString Utf8ToWide(std::string_view text) {
     return wide;
 }
 
+std::string WideToAsciiLossy(WideView wide) {
+    return CopyAsciiOnly<std::string>(wide);
+}
+
 std::string WideToUtf8(WideView wide) {
     const WideView source = wide.substr(0, wide.find(WCHAR(0)));
     const int count = Convert(source, nullptr, 0);
-    if (count <= 0) return CopyAsciiOnly<std::string>(wide);
+    if (count <= 0) return WideToAsciiLossy(wide);
     std::string text(static_cast<std::size_t>(count), '\0');
     Convert(source, text.data(), count);
     return text;

@@ -18,3 +18,6 @@ WideString Utf8ToWide(std::string_view text);
 
 /// The mirror image: UTF-16 to UTF-8, up to the first NUL, with U+FFFD for an unpaired surrogate.
 std::string WideToUtf8(WideView wide);
+
+/// One byte for each code unit: ASCII unchanged, "?" for everything else.
+std::string WideToAsciiLossy(WideView wide);

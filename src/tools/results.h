@@ -1,5 +1,5 @@
-/// From a control line to one MCP result: the round trip to the viewer, and the text results of all tools.
-/// Bridge's calling thread only; what is called Run, Render or Write gives exactly one result.
+/// From a control line to one MCP result: the round trip to the viewer, and the results of all tools, text and images.
+/// Bridge's calling thread only; each function called Run, Render or Write writes exactly one result.
 #pragma once
 
 #include <string>
@@ -18,8 +18,12 @@ void RenderControlReply(std::string_view idText, std::string reply);
 /// Writes a result of one text block.
 void WriteTextResult(std::string_view idText, std::string_view text, bool isError);
 
+/// Writes the result of a good reply, with an image block when `text` holds a marker with a type and data.
+void WriteContentResult(std::string_view idText, std::string text);
+
+/// Takes the first marker line out of `text`, and with it the line breaks that then end the text. True when the line
+/// gave both values; a malformed marker is removed all the same. A text without a marker stays untouched.
+bool ExtractImageMarker(std::string& text, std::string& mimeType, std::string& data);
+
 /// The body of a JSON string for `text`, without the enclosing quotes. Bytes from 0x80 up pass unchanged.
 std::string EscapeJsonText(std::string_view text);
-
-/// The beginning of every result, up to and with the escaped text of its text block, with room for `more` bytes.
-std::string BeginTextBlock(std::string_view idText, std::string_view text, std::size_t more = 0);

@@ -1,10 +1,10 @@
 #include "tools/tool_calls.h"
 
-#include "control/protocol.h"
 #include "hostlink/client_identity.h"
 #include "hostlink/connection.h"
 #include "mcp/catalogue.h"
 #include "mcp/scanning.h"
+#include "protocol/verbs.h"
 #include "tools/control_line.h"
 #include "tools/results.h"
 

@@ -1,11 +1,11 @@
 /// Memory that runs out. For the native lane alone, where a process can be given less of it.
 
 #include "../host_window.h"
+#include "bridge/message_loop.h"
 #include "control/announcement.h"
-#include "control/protocol.h"
 #include "hostlink/connection.h"
 #include "hostlink/discovery.h"
-#include "mcp/bridge.h"
+#include "protocol/control_protocol.h"
 
 #include <fstream>
 #include <malloc.h>

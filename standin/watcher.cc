@@ -1,6 +1,6 @@
-#include "platform/standin/watcher.h"
+#include "standin/watcher.h"
 
-#include "platform/standin/descriptor.h"
+#include "standin/descriptor.h"
 
 #include <cerrno>
 #include <dlfcn.h>

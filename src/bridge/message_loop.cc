@@ -1,8 +1,9 @@
-#include "mcp/bridge.h"
+#include "bridge/message_loop.h"
 
 #include "hostlink/connection.h"
 #include "mcp/catalogue.h"
 #include "mcp/framing.h"
+#include "tools/tool_calls.h"
 
 #include <new>
 
@@ -24,7 +25,7 @@ std::string_view QuotedIdText(std::string_view text) {
 }
 
 /// Answers one message, or passes over it.
-void HandleMessage(std::string_view message, ToolCallHandler handleToolCall) {
+void HandleMessage(std::string_view message) {
     std::string idText = ExtractMessageId(message);
     const bool hasId = !idText.empty();
     if (!hasId) idText = "null";
@@ -40,7 +41,7 @@ void HandleMessage(std::string_view message, ToolCallHandler handleToolCall) {
         WriteReply(idText, ToolListResultText);
         EnsureControlConnection(MainThreadConnectTimeOut);
     } else if (MessageHasMethod(message, "tools/call")) {
-        handleToolCall(idText, message);
+        HandleToolCall(idText, message);
     } else if (hasId) {
         WriteReply(idText, MethodNotFoundText);
     }
@@ -72,8 +73,8 @@ bool MessageHasMethod(std::string_view message, std::string_view name) {
     return false;
 }
 
-void RunMessageLoop(ToolCallHandler handleToolCall) try {
-    for (std::string message; ReadMcpMessage(message);) HandleMessage(message, handleToolCall);
+void RunMessageLoop() try {
+    for (std::string message; ReadMcpMessage(message);) HandleMessage(message);
 } catch (const std::bad_alloc&) {
     // A message larger than memory: what follows can't be told from its rest, so the loop ends in order and the client
     // sees it.

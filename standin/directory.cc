@@ -1,4 +1,4 @@
-#include "platform/standin/directory.h"
+#include "standin/directory.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,7 +1,7 @@
-#include "platform/standin/modules.h"
+#include "standin/modules.h"
 
-#include "platform/standin/handles.h"
-#include "platform/standin/text.h"
+#include "standin/handles.h"
+#include "standin/text.h"
 
 #include <climits>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "platform/standin/handles.h"
+#include "standin/handles.h"
 
 #include <cerrno>
 #include <cstdint>

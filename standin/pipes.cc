@@ -2,11 +2,11 @@
 // renames it to ".busy", and the server removes it when it closes the instance: what a client may expect of a name is
 // always in the listing. On the socket each end frames what it says as packets; how many bytes the other end has read
 // is what decides when a write is complete.
-#include "platform/standin/pipes.h"
+#include "standin/pipes.h"
 
-#include "platform/standin/directory.h"
-#include "platform/standin/handles.h"
-#include "platform/standin/watcher.h"
+#include "standin/directory.h"
+#include "standin/handles.h"
+#include "standin/watcher.h"
 
 #include <algorithm>
 #include <cerrno>

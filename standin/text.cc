@@ -1,6 +1,6 @@
-#include "platform/standin/text.h"
+#include "standin/text.h"
 
-#include "platform/standin/handles.h"
+#include "standin/handles.h"
 
 #include <algorithm>
 #include <cstdarg>

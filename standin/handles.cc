@@ -1,8 +1,8 @@
-#include "platform/standin/handles.h"
+#include "standin/handles.h"
 
-#include "platform/standin/pipes.h"
-#include "platform/standin/processes.h"
-#include "platform/standin/streams.h"
+#include "standin/pipes.h"
+#include "standin/processes.h"
+#include "standin/streams.h"
 
 #include <mutex>
 #include <unordered_map>

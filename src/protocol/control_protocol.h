@@ -39,35 +39,14 @@ inline constexpr std::size_t LongestHelloLine = 255;
 
 inline constexpr std::string_view HelloReply = "OK";
 
-// ---- Requests -----------------------------------------------------------------------------------------------------
-
-/// A verb's tab belongs to it; what follows is the payload.
-namespace Verb {
-inline constexpr std::string_view GetBoardState = "GET_BOARD_STATE";
-inline constexpr std::string_view SelectNet = "SELECT_NET\t";
-inline constexpr std::string_view SelectComponent = "SELECT_COMPONENT\t";
-inline constexpr std::string_view SelectPin = "SELECT_PIN\t";
-inline constexpr std::string_view FindComponents = "FIND_COMPONENTS\t";
-inline constexpr std::string_view FindComponentsUi = "FIND_COMPONENTS_UI\t";
-inline constexpr std::string_view GetComponent = "GET_COMPONENT\t";
-inline constexpr std::string_view GetNet = "GET_NET\t";
-inline constexpr std::string_view UpdateComponent = "UPDATE_COMPONENT\t";
-inline constexpr std::string_view BulkUpdateComponents = "BULK_UPDATE_COMPONENTS\t";
-inline constexpr std::string_view UpdateNet = "UPDATE_NET\t";
-inline constexpr std::string_view ExportOrv = "EXPORT_ORV\t";
-inline constexpr std::string_view ListComponents = "LIST_COMPONENTS\t";
-inline constexpr std::string_view SearchFiles = "SEARCH_FILES\t";
-inline constexpr std::string_view SearchIndexedContent = "SEARCH_INDEXED_CONTENT\t";
-inline constexpr std::string_view GetPdfPageContext = "GET_PDF_PAGE_CONTEXT\t";
-inline constexpr std::string_view PdfiumExtractText = "PDFIUM_EXTRACT_TEXT\t";
-inline constexpr std::string_view GetDiagnosticHints = "GET_DIAGNOSTIC_HINTS\t";
-inline constexpr std::string_view ClientName = "CLIENT_NAME\t";
-}  // namespace Verb
-
 // ---- Replies ------------------------------------------------------------------------------------------------------
 
 inline constexpr std::string_view OkReplyPrefix = "OK\t";
 inline constexpr std::string_view ErrorReplyPrefix = "ERR\t";
+
+/// The reply line for a text: the prefix, then the text, escaped.
+std::string OkReply(std::string_view text);
+std::string ErrorReply(std::string_view text);
 
 /// Keeps a reply text on one line: line feeds, carriage returns and backslashes become a backslash and a letter or a
 /// second backslash; every other byte stays.

@@ -1,4 +1,4 @@
-#include "control/protocol.h"
+#include "protocol/control_protocol.h"
 
 #include "text/byte_runs.h"
 
@@ -10,6 +10,14 @@ WideString ControlPipeName(DWORD processId) {
     swprintf_s(name, std::size(name), TEXT("\\\\.\\pipe\\orvane_mcp_control_%lu"),
                static_cast<unsigned long>(processId));
     return name;
+}
+
+std::string OkReply(std::string_view text) {
+    return std::string(OkReplyPrefix) + EscapeReplyText(text);
+}
+
+std::string ErrorReply(std::string_view text) {
+    return std::string(ErrorReplyPrefix) + EscapeReplyText(text);
 }
 
 std::string EscapeReplyText(std::string_view text) {

@@ -1,7 +1,7 @@
-#include "platform/standin/streams.h"
+#include "standin/streams.h"
 
-#include "platform/standin/descriptor.h"
-#include "platform/standin/handles.h"
+#include "standin/descriptor.h"
+#include "standin/handles.h"
 
 #include <algorithm>
 #include <array>

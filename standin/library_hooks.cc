@@ -1,6 +1,6 @@
 // Compiled into the library itself: tells its entry point of load and unload, as the loader of Windows does.
 #include "platform/platform.h"
-#include "platform/standin/modules.h"
+#include "standin/modules.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved);
 

@@ -1,7 +1,7 @@
 // A key is a directory below "registry" in the shared directory, a value is a file in it: its type in four bytes and
 // then its data. A value is written beside its place and moved there whole.
-#include "platform/standin/directory.h"
-#include "platform/standin/handles.h"
+#include "standin/directory.h"
+#include "standin/handles.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,10 +1,9 @@
 /// The bridge's whole life, as the launcher calls it.
 
 #include "api/exports.h"
+#include "bridge/message_loop.h"
 #include "hostlink/connection.h"
-#include "mcp/bridge.h"
 #include "platform/platform.h"
-#include "tools/tool_calls.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -26,7 +25,7 @@ std::int32_t OrvaneMcp_RunStdioBridge() {
     _setmode(_fileno(stdout), _O_BINARY);
     WidenStandardOutput();
     StartControlWatcher();
-    RunMessageLoop(HandleToolCall);
+    RunMessageLoop();
     CloseControlConnection();
     return 0;
 }

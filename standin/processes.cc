@@ -1,11 +1,11 @@
-#include "platform/standin/processes.h"
+#include "standin/processes.h"
 
-#include "platform/standin/descriptor.h"
-#include "platform/standin/directory.h"
-#include "platform/standin/handles.h"
-#include "platform/standin/streams.h"
-#include "platform/standin/text.h"
-#include "platform/standin/watcher.h"
+#include "standin/descriptor.h"
+#include "standin/directory.h"
+#include "standin/handles.h"
+#include "standin/streams.h"
+#include "standin/text.h"
+#include "standin/watcher.h"
 
 #include <algorithm>
 #include <array>

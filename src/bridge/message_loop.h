@@ -13,10 +13,6 @@ std::string ExtractMessageId(std::string_view message);
 /// or none. The place in the message doesn't matter.
 bool MessageHasMethod(std::string_view message, std::string_view name);
 
-/// Carries out a `tools/call`, given the id's text and the whole message, and writes its result. Handed in, so that
-/// the loop knows nothing of the tools that build on its scanners.
-using ToolCallHandler = void (*)(std::string_view idText, std::string_view message);
-
 /// Answers messages on standard output until standard input ends, or until a message is larger than memory. Bridge's
 /// calling thread only.
-void RunMessageLoop(ToolCallHandler handleToolCall);
+void RunMessageLoop();

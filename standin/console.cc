@@ -1,6 +1,6 @@
-#include "platform/standin/descriptor.h"
-#include "platform/standin/handles.h"
-#include "platform/standin/watcher.h"
+#include "standin/descriptor.h"
+#include "standin/handles.h"
+#include "standin/watcher.h"
 
 #include <algorithm>
 #include <atomic>

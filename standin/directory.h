@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/platform.h"
-#include "platform/standin/descriptor.h"
+#include "standin/descriptor.h"
 
 #include <cstdint>
 #include <string>

@@ -1,0 +1,33 @@
+/// The agent clients that have a standard name: the bridge recognises them by the image name of its parent process, the
+/// server by the name that a client gives.
+#pragma once
+
+#include "text/wide.h"
+
+#include <string_view>
+
+/// The name of a client that is not recognised and gives none.
+inline constexpr std::string_view UnnamedClient = "MCP client";
+
+/// Part of a lower-cased name, or all of it; empty means no name passes that test.
+struct NameTest {
+    WideView Part;
+    WideView Whole;
+
+    constexpr bool Holds(WideView lowerName) const {
+        return (!Part.empty() && lowerName.find(Part) != WideView::npos) || (!Whole.empty() && lowerName == Whole);
+    }
+};
+
+struct KnownClient {
+    std::string_view Label;
+    NameTest ImageName;
+    NameTest GivenName;
+};
+
+/// The first row whose test holds decides.
+inline constexpr KnownClient KnownClients[] = {
+    {"Codex MCP client", {TEXT("codex"), {}}, {TEXT("codex"), {}}},
+    {"Claude MCP client", {TEXT("claude"), {}}, {TEXT("claude"), {}}},
+    {"VS Code MCP client", {{}, TEXT("code.exe")}, {TEXT("vs code"), TEXT("code")}},
+};
