@@ -77,10 +77,11 @@ void WakeListener() {
     constexpr DWORD limit = 5000;
     constexpr int fewestTries = 100;
     ControlServerState& state = ServerState();
-    // Repeated, since one try may fall between two instances; and with the wait cancelled too, since the open may
-    // reach another process that serves a pipe of the same name. Within a limit, for a host that stops while its
-    // process ends: the listener is gone then without a word. Tries are counted beside the time, which goes on while a
-    // machine sleeps.
+    // Repeated, since one try may fall between two instances. The wait is cancelled too, since the open may reach
+    // another process that serves a pipe of the same name. That cancel can't hit a session's call: the listener looks
+    // at Running again before it hands an instance over, and Running is already false here. There is a limit for a host
+    // that stops while its process ends, because its listener is gone then. Tries count as well as time, which goes on
+    // while a machine sleeps.
     const DWORD start = GetTickCount();
     for (int tries = 0; !state.ListenerEnded && (tries < fewestTries || GetTickCount() - start < limit); ++tries) {
         const OwnedHandle wakeUp(CreateFileW(state.PipeName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,

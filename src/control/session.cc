@@ -3,13 +3,14 @@
 #include "control/clients.h"
 #include "control/dispatch.h"
 #include "control/state.h"
+#include "platform/thread.h"
 #include "protocol/client_labels.h"
 #include "protocol/control_protocol.h"
 
 #include <algorithm>
+#include <new>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <utility>
 
 namespace {
@@ -17,19 +18,9 @@ namespace {
 constexpr DWORD ReadChunk = 512;
 constexpr DWORD PollInterval = 100;
 
-/// One of the sessions that a stop waits for.
-class SessionCount {
-  public:
-    SessionCount() { ++ServerState().ActiveSessions; }
-    SessionCount(SessionCount&& other) noexcept : counted_(std::exchange(other.counted_, false)) {}
-    SessionCount& operator=(SessionCount&&) = delete;
-    ~SessionCount() {
-        if (counted_) --ServerState().ActiveSessions;
-    }
-
-  private:
-    bool counted_ = true;
-};
+std::atomic<std::int32_t>& SessionsAt(SessionStage stage) {
+    return ServerState().SessionsByStage[static_cast<std::size_t>(stage)];
+}
 
 /// Takes the client off the list and ends its connection, whichever way the session leaves.
 class SessionEnd {
@@ -38,6 +29,7 @@ class SessionEnd {
     SessionEnd(const SessionEnd&) = delete;
     SessionEnd& operator=(const SessionEnd&) = delete;
     ~SessionEnd() {
+        session_.Count.Enter(SessionStage::Ending);
         RemoveClient(session_.ClientId, session_.ServerRun);
         DisconnectNamedPipe(session_.Pipe->Pipe.Get());
         session_.Pipe.reset();
@@ -85,11 +77,13 @@ bool ReadAvailable(PipeInstance& instance, std::string& pending) {
 }
 
 /// Dispatches the whole lines in `pending` and leaves the rest. `searched` is how much of it is known to hold none.
-void DispatchLines(const ClientSession& session, std::string& pending, std::size_t& searched) {
+void DispatchLines(ClientSession& session, std::string& pending, std::size_t& searched) {
     std::size_t start = 0;
     for (std::size_t lineFeed = 0; (lineFeed = pending.find('\n', searched)) != std::string::npos;) {
         if (!MayServe(session)) return;
+        session.Count.Enter(SessionStage::InCommand);
         DispatchControlLine(session, std::string_view(pending).substr(start, lineFeed + 1 - start));
+        session.Count.Enter(SessionStage::Polling);
         start = searched = lineFeed + 1;
     }
     pending.erase(0, start);
@@ -97,31 +91,52 @@ void DispatchLines(const ClientSession& session, std::string& pending, std::size
 }
 
 /// A thread's body: nothing may leave it.
-void RunSessionThread(ClientSession session, SessionCount) noexcept {
+unsigned WINAPI RunSessionThread(void* argument) {
+    const std::unique_ptr<ClientSession> session(static_cast<ClientSession*>(argument));
     try {
-        RunClientSession(session);
+        RunClientSession(*session);
     } catch (...) {
-        // Out of memory. The connection has ended in order, and everybody else's goes on.
+        // Out of memory. This connection was closed properly, and all others go on.
     }
+    return 0;
 }
 
 }  // namespace
 
+SessionCount::SessionCount() {
+    ++ServerState().ActiveSessions;
+    ++SessionsAt(stage_);
+}
+
+SessionCount::~SessionCount() {
+    --SessionsAt(stage_);
+    --ServerState().ActiveSessions;
+}
+
+void SessionCount::Enter(SessionStage stage) {
+    --SessionsAt(std::exchange(stage_, stage));
+    ++SessionsAt(stage);
+}
+
 bool StartClientSession(std::shared_ptr<PipeInstance> pipe, std::uint64_t serverRun) try {
-    // Counted before the thread runs, so that a stop can't overlook a session that has not come to its first line.
-    std::thread(RunSessionThread, ClientSession{std::move(pipe), serverRun}, SessionCount()).detach();
+    // Counted from here on, before its thread exists: a stop can't overlook a session that has not begun to run.
+    std::unique_ptr<ClientSession> session(new ClientSession{std::move(pipe), serverRun});
+    if (!StartDetachedThread(RunSessionThread, session.get())) return false;
+    static_cast<void>(session.release());  // the thread owns it now
     return true;
-} catch (const std::exception&) {
+} catch (const std::bad_alloc&) {
     return false;
 }
 
 void RunClientSession(ClientSession& session) {
     const SessionEnd end(session);
+    session.Count.Enter(SessionStage::Greeting);
     const WideString name = ReadClientHello(*session.Pipe);
     session.ClientId = RegisterClient(name, session.Pipe, session.ServerRun);
     if (session.ClientId == 0) return;
     WriteReplyBytes(*session.Pipe, std::string(HelloReply) + "\n");
 
+    session.Count.Enter(SessionStage::Polling);
     std::string pending;
     std::size_t searched = 0;
     while (MayServe(session) && ReadAvailable(*session.Pipe, pending)) {

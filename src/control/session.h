@@ -2,10 +2,25 @@
 #pragma once
 
 #include "control/pipe_instance.h"
+#include "control/state.h"
 #include "text/wide.h"
 
 #include <cstdint>
 #include <memory>
+
+/// Counts one session for as long as it lives, and notes its stage. A stop waits for these counts.
+class SessionCount {
+  public:
+    SessionCount();
+    SessionCount(const SessionCount&) = delete;
+    SessionCount& operator=(const SessionCount&) = delete;
+    ~SessionCount();
+
+    void Enter(SessionStage stage);
+
+  private:
+    SessionStage stage_ = SessionStage::Starting;
+};
 
 /// What a session is made of. It belongs to the run of the server that accepted it and ends with it, even when the
 /// server has been started again meanwhile.
@@ -13,6 +28,7 @@ struct ClientSession {
     std::shared_ptr<PipeInstance> Pipe;
     std::uint64_t ServerRun = 0;
     std::uint64_t ClientId = 0;  // set when the client is registered
+    SessionCount Count = {};
 };
 
 /// Starts a detached session thread for a connected instance. False when no thread can be started: the connection

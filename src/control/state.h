@@ -5,12 +5,16 @@
 #include "control/pipe_instance.h"
 #include "text/wide.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
+
+/// Where a session is, in the order it gets there.
+enum class SessionStage { Starting, Greeting, Polling, InCommand, Ending };
 
 /// Alive as long as the library, and never destroyed: sessions may still run while the process ends.
 struct ControlServerState {
@@ -34,6 +38,8 @@ struct ControlServerState {
     std::atomic<std::uint64_t> ServerRun = 0;
     /// The number of sessions alive; a stop waits on it.
     std::atomic<std::int32_t> ActiveSessions = 0;
+    /// The same sessions by stage, for whoever wants to know why one stays.
+    std::array<std::atomic<std::int32_t>, 5> SessionsByStage{};
     /// True once the listener has nothing left to do, so that a stop knows when to leave off waking it.
     std::atomic<bool> ListenerEnded = false;
 

@@ -5,6 +5,7 @@
 #include "../child_process.h"
 #include "../host_window.h"
 #include "control/clients.h"
+#include "protocol/control_protocol.h"
 
 #include <iostream>
 #include <random>
@@ -201,37 +202,89 @@ void ManyRawClients() {
     Say("250 raw clients at once got their replies");
 }
 
-/// Starts and stops with clients connecting meanwhile. A stopped server leaves no client connected.
-void StartsAndStops(int rounds) {
-    HostWindow host;
-    std::atomic<bool> done = false;
-    std::atomic<int> running = 4;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            while (!done) {
-                RawClient client;
-                if (!*client.Pipe) continue;
-                client.Send("HELLO passing\n");
-                while (client.Read() != "<end>") {
-                }
-            }
-            --running;
-        });
+// ---- Starts and stops -----------------------------------------------------------------------------------------------
+
+/// Where the sessions are that are counted in this process, such as "1 greeting, ".
+std::string SessionsByStage() {
+    const char* const names[] = {"starting", "greeting", "polling", "in a command", "ending"};
+    std::string text;
+    for (std::size_t i = 0; i < std::size(names); ++i) {
+        if (const int count = ServerState().SessionsByStage[i]) text += std::to_string(count) + " " + names[i] + ", ";
     }
-    DWORD worst = 0;
-    for (int i = 1; i <= rounds; ++i) {
+    return text;
+}
+
+/// The program as a host that starts and stops its server without a pause, or with one of up to 40 ms. Then a line of
+/// input tells it that all clients have gone: a second later no session may be left.
+int RunRestartingHost(int rounds) {
+    constexpr DWORD stopLimit = 2000;
+    HostWindow host;
+    DWORD longest = 0;
+    int atLimit = 0;
+    for (int i = 0; i < rounds; ++i) {
         ServerTest::Start(host.Handle);
-        Sleep(Random(20));
+        if (i == 0) std::cout << "serving" << std::endl;
+        Sleep(Random(3) == 0 ? 0 : Random(40));
         const DWORD start = GetTickCount();
         OrvaneMcp_StopControlServer();
-        worst = std::max(worst, GetTickCount() - start);
-        if (worst > 2500) ++hung;
-        if (i % 200 == 0)
-            Say(std::to_string(i) + " starts and stops, the longest stop " + std::to_string(worst) + " ms");
+        longest = std::max(longest, GetTickCount() - start);
+        if (GetTickCount() - start < stopLimit) continue;
+        ++atLimit;
+        std::cout << "stop " << i << " ran into its limit: " << SessionsByStage() << std::endl;
     }
+    std::cout << rounds << " starts and stops, the longest stop " << longest << " ms" << std::endl
+              << "done" << std::endl;
+    std::cin.get();
+    Sleep(1000);
+    const int left = ServerState().ActiveSessions;
+    std::cout << atLimit << " stops at their limit, " << left << " sessions left: " << SessionsByStage() << std::endl;
+    return atLimit == 0 && left == 0 && OrvaneMcp_GetClientCount() == 0 ? 0 : 1;
+}
+
+/// How a client behaves towards a server that comes and goes.
+enum class Visit { Greets, LeavesAtOnce, StaysUntilTheEnd };
+
+void VisitOnce(const WideString& pipe, Visit visit) {
+    OwnedHandle client(CreateFileW(pipe.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    if (!client || visit == Visit::LeavesAtOnce) return Sleep(0);
+    WriteBytes(client.Get(), "HELLO passing\n");
+    if (visit == Visit::StaysUntilTheEnd) {
+        for (MarkedReader reader; reader.Until("\n", client.Get()) != "<end>";) {
+        }
+        return;
+    }
+    DWORD available = 0;
+    for (const DWORD start = GetTickCount(); available < 3 && GetTickCount() - start < 1000; Sleep(1)) {
+        if (PeekNamedPipe(client.Get(), nullptr, 0, nullptr, &available, nullptr) == 0) return;
+    }
+}
+
+/// A host's starts and stops while clients come and go and the processors have more to do than they can.
+void StartsAndStops(const WideString& self, int rounds) {
+    ChildProcess host(self, Utf8ToWide("--restarting " + std::to_string(rounds)));
+    if (host.Read("serving") != "") Say("the host did not start"), ++hung;
+    const WideString pipe = ControlPipeName(host.Id);
+    std::atomic<bool> done = false;
+    std::atomic<int> running = 0;
+    std::vector<std::thread> threads;
+    const auto repeat = [&](auto body) {
+        ++running;
+        threads.emplace_back([&done, &running, body] {
+            while (!done) body();
+            --running;
+        });
+    };
+    for (const Visit visit : {Visit::Greets, Visit::Greets, Visit::LeavesAtOnce, Visit::StaysUntilTheEnd}) {
+        repeat([&pipe, visit] { VisitOnce(pipe, visit); });
+    }
+    for (int i = 0; i < 4; ++i) repeat([] {});
+    const std::string told = host.Read("done\n");
     done = true;
-    JoinAll(threads, running, "clients of a stopped server");
+    JoinAll(threads, running, "clients of a host that restarts its server");
+    host.Send("\n");
+    const std::string left = host.Read("<no mark>");
+    if (host.WaitForExitCode() != 0) ++hung;
+    Say(told + left);
 }
 
 /// Clients that stop reading, never greet or go away in the middle, with disconnects and stops in between. Gives the
@@ -281,12 +334,17 @@ std::string BadClients(HWND host, DWORD seconds) {
 
 int main(int argc, char** argv) {
     if (argc > 1 && argv[1] == std::string("--viewer")) return RunViewer();
+    if (argc > 2 && argv[1] == std::string("--restarting")) return RunRestartingHost(std::atoi(argv[2]));
     const DWORD seconds = argc > 1 ? static_cast<DWORD>(std::atoi(argv[1])) : 60;
     const WideString self = Utf8ToWide(argv[0]);
+    if (argc > 2 && argv[1] == std::string("--starts-and-stops")) {
+        for (int times = std::atoi(argv[2]); times > 0; --times) StartsAndStops(self, 1000);
+        return hung == 0 ? 0 : 1;
+    }
     OddHosts(self);
     BridgesAndRestarts(self, static_cast<int>(std::max<DWORD>(100, seconds)));
     ManyRawClients();
-    StartsAndStops(1000);
+    StartsAndStops(self, 1000);
     HostWindow host;
     if (LeftBehind([&] { return BadClients(host.Handle, 1 + seconds / 4); }) != "")
         Say("they leave more each time"), ++hung;
