@@ -51,17 +51,17 @@ std::string LastClientName() {
     return "Claude MCP client (bridge pid 1)";
 }
 
-bool SendControlLine(std::string_view line, std::string& reply) {
+std::optional<std::string> SendControlLine(std::string_view line) {
     CheckLine(line);
     const std::string echo = EscapeReplyText(line);
-    switch (line.size() % 5) {
-        case 0: return false;
-        case 1: reply = "ERR\t" + echo; break;
-        case 2: reply = "OK\tbefore\\nORVANE_MCP_IMAGE mime_type=image/png data=QUJD\\n" + echo; break;
-        case 3: reply = echo; break;
-        default: reply = "OK\t" + echo; break;
+    switch (line.size() % 6) {
+        case 0: return std::nullopt;
+        case 1: return "ERR\t" + echo;
+        case 2: return "OK\tbefore\\nORVANE_MCP_IMAGE mime_type=image/png data=QUJD\\n" + echo;
+        case 3: return echo;
+        case 4: throw std::bad_alloc();
+        default: return "OK\t" + echo;
     }
-    return true;
 }
 
 // ---- What is expected -----------------------------------------------------------------------------------------------

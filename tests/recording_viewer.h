@@ -37,10 +37,10 @@ class RecordingViewer {
     std::vector<std::string> lines_;
     std::thread thread_{[this] {
         ConnectNamedPipe(pipe_.Get(), nullptr);  // fails when the client was quicker, which is as good
-        for (std::string line; ReadControlLine(pipe_.Get(), line);) {
+        while (const std::optional<std::string> line = ReadControlLine(pipe_.Get())) {
             const std::lock_guard lock(mutex_);
-            lines_.push_back(line);
-            const std::string_view answer = line.starts_with(HelloPrefix) ? "OK\n" : "OK\t\n";
+            lines_.push_back(*line);
+            const std::string_view answer = line->starts_with(HelloPrefix) ? "OK\n" : "OK\t\n";
             DWORD written = 0;
             WriteFile(pipe_.Get(), answer.data(), static_cast<DWORD>(answer.size()), &written, nullptr);
         }

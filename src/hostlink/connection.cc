@@ -21,6 +21,7 @@ constexpr DWORD WatcherConnectTimeOut = 1000;
 constexpr DWORD PauseBetweenPasses = 100;
 constexpr DWORD BusyPipeWait = 250;
 constexpr DWORD ReadSize = 256;
+constexpr DWORD GreetingPause = 5;
 
 /// The connection's state, one for the process. It is never destroyed: the watcher runs until the process has gone.
 struct ControlLink {
@@ -50,9 +51,23 @@ bool WriteWhole(HANDLE pipe, std::string_view text) {
            written == text.size();
 }
 
-/// One walk over the pipes that may have a viewer behind them: the first that opens, or nothing.
+/// True for the name of a pipe on this machine. The name comes from the registry, where a file or another machine can
+/// be named as well, and `..` leads out of the pipes again: nothing of the kind may ever be opened.
+bool IsLocalPipeName(const WideString& name) {
+    constexpr WideView prefix = TEXT("\\\\.\\pipe\\");
+    if (!ToLowerWide(name).starts_with(prefix)) return false;
+    for (std::size_t start = prefix.size(); start <= name.size();) {
+        const std::size_t end = std::min(name.find_first_of(TEXT("\\/"), start), name.size());
+        if (name.find_first_not_of(TEXT(". "), start) >= end) return false;
+        start = end + 1;
+    }
+    return true;
+}
+
+/// One walk over the pipes that may have a viewer at the other end. Returns the first that opens, or nothing.
 OwnedHandle OpenFirstPipe() {
     for (const WideString& name : FindControlPipes()) {
+        if (!IsLocalPipeName(name)) continue;
         OwnedHandle pipe(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                      FILE_ATTRIBUTE_NORMAL, nullptr));
         if (pipe) return pipe;
@@ -72,21 +87,41 @@ OwnedHandle SearchPipe(DWORD timeoutMs) {
     return {};
 }
 
-/// Says HELLO on a pipe just opened. True when the viewer has taken the client in.
+/// True once the answer to a greeting has come and is "OK". A pipe of a viewer that hangs opens and takes the greeting
+/// like any other, and nothing ends a read that waits: so only what has arrived is read, until the time is up.
+bool IsGreetingAnswered(HANDLE pipe) {
+    std::string answer;
+    for (const DWORD start = GetTickCount(); GetTickCount() - start < GreetingTimeOut; Sleep(GreetingPause)) {
+        DWORD available = 0;
+        if (PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) == 0) return false;
+        if (available == 0) continue;
+        char chunk[ReadSize];
+        DWORD count = 0;
+        if (ReadFile(pipe, chunk, std::min(available, ReadSize), &count, nullptr) == 0 || count == 0) return false;
+        const std::string_view arrived(chunk, count);
+        const std::size_t lineFeed = arrived.find('\n');
+        // A longer line is not "OK", whatever follows: the rest of it is only read to its end.
+        if (answer.size() < ReadSize) answer.append(arrived.substr(0, lineFeed));
+        if (lineFeed != std::string_view::npos) return WithoutLineEnd(answer) == HelloReply;
+    }
+    return false;
+}
+
+/// Says HELLO on a pipe just opened. True when the viewer has accepted the client.
 bool Greet(HANDLE pipe, std::string_view clientName) {
     std::string line = HelloPrefix + std::string(clientName);
-    // The server takes the greeting with a single read: what lay behind that would count as a request.
+    // The server takes the greeting with a single read: anything longer would count as a request.
     line.resize(std::min(line.size(), LongestHelloLine - 1));
     line += '\n';
-    // One write for one read. A write that failed shows in the read that follows.
+    // One write for one read. A write that failed shows when the answer is read.
     WriteWhole(pipe, line);
-    std::string reply;
-    return ReadControlLine(pipe, reply) && reply == HelloReply;
+    return IsGreetingAnswered(pipe);
 }
 
 /// Writes the line and reads its reply.
-bool Exchange(HANDLE pipe, std::string_view line, std::string& reply) {
-    return WriteWhole(pipe, line) && WriteWhole(pipe, "\n") && ReadControlLine(pipe, reply);
+std::optional<std::string> Exchange(HANDLE pipe, std::string_view line) {
+    if (!WriteWhole(pipe, line) || !WriteWhole(pipe, "\n")) return std::nullopt;
+    return ReadControlLine(pipe);
 }
 
 /// One look of the watcher.
@@ -125,33 +160,32 @@ bool ConnectControlPipe(DWORD timeoutMs) try {
     return false;
 }
 
-bool SendControlLine(std::string_view line, std::string& reply) {
-    reply.clear();
+std::optional<std::string> SendControlLine(std::string_view line) {
     const std::lock_guard lock(Link().ControlMutex);
     const HANDLE pipe = Link().ControlHandle;
-    if (pipe == INVALID_HANDLE_VALUE) return false;
-    if (Exchange(pipe, line, reply)) return true;
-    CloseLocked();
-    return false;
+    if (pipe == INVALID_HANDLE_VALUE) return std::nullopt;
+    try {
+        std::optional<std::string> reply = Exchange(pipe, line);
+        if (!reply) CloseLocked();
+        return reply;
+    } catch (const std::bad_alloc&) {
+        CloseLocked();  // the rest of that reply must not be taken for the next one
+        throw;
+    }
 }
 
-bool ReadControlLine(HANDLE pipe, std::string& reply) try {
-    reply.clear();
+std::optional<std::string> ReadControlLine(HANDLE pipe) {
+    std::string line;
     char chunk[ReadSize];
     for (std::size_t lineFeed = std::string::npos; lineFeed == std::string::npos;) {
         DWORD count = 0;
-        if (ReadFile(pipe, chunk, ReadSize, &count, nullptr) == 0 || count == 0) return false;
+        if (ReadFile(pipe, chunk, ReadSize, &count, nullptr) == 0 || count == 0) return std::nullopt;
         const std::string_view arrived(chunk, count);
         lineFeed = arrived.find('\n');
-        reply.append(arrived.substr(0, lineFeed));
+        line.append(arrived.substr(0, lineFeed));
     }
-    reply.resize(WithoutLineEnd(reply).size());
-    return true;
-} catch (const std::bad_alloc&) {
-    // A line larger than memory counts as a broken pipe: its rest must not be taken for the next reply. The command is
-    // sent once more then, as behind any other break.
-    reply = std::string();
-    return false;
+    line.resize(WithoutLineEnd(line).size());
+    return line;
 }
 
 void CloseControlConnection() {

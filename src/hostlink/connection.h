@@ -1,11 +1,11 @@
-/// The bridge's one connection to a viewer's control pipe: opened when it is needed, kept up by a background
-/// watcher, closed when it breaks. Two threads come here, the bridge's own and the watcher; one mutex guards the
+/// The bridge's one connection to a viewer's control pipe: opened when it is needed, kept up by a background watcher,
+/// closed when it breaks. Two threads come here, the bridge's own and the watcher; one mutex guards the
 /// connection and every byte on it, and it is held for a whole exchange or a whole attempt to connect.
 #pragma once
 
 #include "platform/platform.h"
 
-#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,18 +16,22 @@ inline constexpr DWORD MainThreadConnectTimeOut = 2000;
 /// that is open but dead counts as connected: nothing is sent to find out.
 bool EnsureControlConnection(DWORD timeoutMs);
 
-/// One attempt to find a viewer, open its pipe and say HELLO. `timeoutMs` bounds the search, not the greeting; 0
-/// makes no attempt. To be called without ControlMutex.
+/// One attempt to find a viewer, open its pipe and say HELLO. `timeoutMs` bounds the search; 0 makes no attempt. The
+/// viewer's answer to HELLO has GreetingTimeOut beyond that. Call it without ControlMutex.
 bool ConnectControlPipe(DWORD timeoutMs);
 
-/// Sends one control line and waits for its reply line, both without the line feed. Holds ControlMutex for the whole
-/// exchange, however long the viewer takes. False when not connected, when the pipe broke, or when the reply is larger
-/// than memory; the connection is closed then and `reply` means nothing.
-bool SendControlLine(std::string_view line, std::string& reply);
+/// How long a viewer may take to answer HELLO, in milliseconds. One that hangs must not hold up the agent.
+inline constexpr DWORD GreetingTimeOut = 3000;
 
-/// Reads one line from `pipe` without its line end, and drops what came behind it. False when the pipe ended first or
-/// memory ran out; the pipe is of no more use then.
-bool ReadControlLine(HANDLE pipe, std::string& reply);
+/// Sends one control line and waits for its reply line, both without the line feed. Holds ControlMutex for the whole
+/// exchange, however long the viewer takes. Returns nothing when not connected or when the pipe broke. Throws
+/// std::bad_alloc when the viewer has answered but the reply is larger than memory. Either failure closes the
+/// connection.
+[[nodiscard]] std::optional<std::string> SendControlLine(std::string_view line);
+
+/// Reads one line from `pipe` without its line end, and drops what follows it in the same read. Returns nothing when
+/// the pipe ended first. Throws std::bad_alloc for a line larger than memory. The pipe is of no use after either.
+[[nodiscard]] std::optional<std::string> ReadControlLine(HANDLE pipe);
 
 /// Closes the connection, if there is one.
 void CloseControlConnection();

@@ -6,6 +6,8 @@
 #include "text/byte_runs.h"
 #include "text/trim.h"
 
+#include <new>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -56,12 +58,18 @@ std::size_t FindMarkerLine(std::string_view text) {
 }  // namespace
 
 void RunControlCommand(std::string_view idText, std::string_view line) {
-    std::string reply;
     // The first send also fails, at once, when there is no connection yet: the second is how one comes up.
-    const bool answered = SendControlLine(line, reply) ||
-                          (EnsureControlConnection(MainThreadConnectTimeOut) && SendControlLine(line, reply));
-    if (!answered) return WriteTextResult(idText, SendFailureText, true);
-    RenderControlReply(idText, std::move(reply));
+    std::optional<std::string> reply;
+    try {
+        reply = SendControlLine(line);
+        if (!reply && EnsureControlConnection(MainThreadConnectTimeOut)) reply = SendControlLine(line);
+        if (reply) return RenderControlReply(idText, std::move(*reply));
+    } catch (const std::bad_alloc&) {
+        // The command was carried out: sent again, it would make its edit twice. The parts of the reply are freed by
+        // now, and nothing of a result has been written.
+        return WriteTextResult(idText, ReplyTooLargeText, true);
+    }
+    WriteTextResult(idText, SendFailureText, true);
 }
 
 void RenderControlReply(std::string_view idText, std::string reply) {

@@ -5,8 +5,11 @@
 #include <string>
 #include <string_view>
 
-/// What the agent reads when a command could not be sent, or its answer not be taken in.
+/// What the agent reads when a command was not delivered.
 inline constexpr std::string_view SendFailureText = "Failed to send command to Orvane.";
+
+/// What the agent reads when the viewer has carried out a command but its reply outgrows memory.
+inline constexpr std::string_view ReplyTooLargeText = "Orvane answered, but its reply is too large to pass on.";
 
 /// Sends `line` (without a line feed) to the viewer and writes its answer, or a failure, as the result. Sends again
 /// once over a new connection when the first fails; blocks for as long as the viewer takes to answer.

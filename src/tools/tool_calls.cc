@@ -304,6 +304,6 @@ void HandleToolCall(std::string_view idText, std::string_view message) try {
     if (tool == std::end(Tools)) return FailCall(call, "Unknown Orvane MCP tool: " + name);
     tool->Run(call);
 } catch (const std::bad_alloc&) {
-    // The call or its reply outgrew memory. A result is written whole and last, so none has been written yet.
+    // The call outgrew memory before its command was sent. A result is written last, so none has been written yet.
     WriteTextResult(idText, SendFailureText, true);
 }

@@ -6,6 +6,7 @@
 #include "hostlink/connection.h"
 #include "hostlink/discovery.h"
 #include "protocol/control_protocol.h"
+#include "tools/results.h"
 
 #include <fstream>
 #include <malloc.h>
@@ -96,7 +97,7 @@ TEST_F(MemoryTest, AHostsReplyTooLongToConvertIsFreedAndEndsItsOwnConnectionAlon
     EXPECT_LT(AddressSpace(), before + 32 * MiB);
 }
 
-TEST_F(MemoryTest, TheBridgeTakesAReplyLargerThanMemoryForABrokenPipe) {
+TEST_F(MemoryTest, AReplyLargerThanTheBridgesMemoryIsReportedAndItsCommandNotRepeated) {
     OrvaneMcp_StopControlServer();
     ServerState().PipeName = ControlPipeName(4242);
     HANDLE pipe = CreateNamedPipeW(ControlPipeName(4242).c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr);
@@ -111,13 +112,13 @@ TEST_F(MemoryTest, TheBridgeTakesAReplyLargerThanMemoryForABrokenPipe) {
     });
     AnnounceControlServer(true);
     EXPECT_TRUE(EnsureControlConnection(MainThreadConnectTimeOut));
-    std::string reply;
+    testing::internal::CaptureStdout();
     {
         const MemoryLeft some(64 * MiB);
-        EXPECT_FALSE(SendControlLine("GET_BOARD_STATE", reply));
+        RunControlCommand("1", "EXPORT_ORV\tfile");
     }
     viewer.join();
-    EXPECT_EQ(reply, "");
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::HasSubstr(ReplyTooLargeText));
 }
 
 }  // namespace
