@@ -2,7 +2,9 @@
 #   cmake -DOUTPUT=FILE -P cmake/notice.cmake
 set(gcc /usr/share/doc/gcc-mingw-w64-base/copyright)
 set(mingw /usr/share/doc/mingw-w64-x86-64-dev/copyright)
-foreach(file IN ITEMS "${gcc}" "${mingw}")
+# libstdc++ came from two older libraries, and the notices of both are in its headers.
+file(GLOB vector LIST_DIRECTORIES FALSE /usr/lib/gcc/x86_64-w64-mingw32/*-posix/include/c++/bits/stl_vector.h)
+foreach(file IN ITEMS "${gcc}" "${mingw}" "${vector}")
   if(NOT EXISTS "${file}")
     message(FATAL_ERROR "${file} is missing: install g++-mingw-w64-x86-64-posix")
   endif()
@@ -29,6 +31,10 @@ endfunction()
 # No list operation may see the texts: they have semicolons and brackets.
 file(READ "${gcc}" text)
 take_between("${text}" "GCC RUNTIME LIBRARY EXCEPTION\n" "\nlibquadmath/" exception)
+
+file(READ "${vector}" text)
+take_between("${text}" "\n * Copyright (c) 1994" "\n */" origins)
+string(REGEX REPLACE "(^|\n) ?\\* ?" "\\1" origins "${origins}")
 
 # The paragraphs of what is compiled into the runtime: not headers for other interfaces, tools, profilers or tests, and
 # not what is in the public domain, which asks for nothing.
@@ -74,6 +80,10 @@ GNU General Public License, version 3 or later, with the GCC Runtime Library Exc
 these files to be passed on under the terms of the rest of the program.
 
 ${exception}
+
+Parts of libstdc++ carry these notices too:
+
+${origins}
 
 ${line}
 mingw-w64's runtime and winpthreads
