@@ -52,7 +52,8 @@ def check_host(package, host):
             "params": {"name": "select_net", "arguments": {"net": "+VIN"}}}
     answer = run("wine", package / "bin/orvane_mcp.exe", input=json.dumps(call) + "\n")
     result = json.loads(answer)["result"]
-    check(result == {"content": [{"type": "text", "text": "selected_net=+VIN"}], "isError": False}, "it answers a call")
+    text = "ORVANE_FINAL stop=true no_followup_tools=true\nselected_net=+VIN"
+    check(result == {"content": [{"type": "text", "text": text}], "isError": False}, "it answers a call")
     rest, _ = viewer.communicate(timeout=60)
     check("MCP client (bridge pid" in rest and rest.endswith("stopped\n"), "it shows its client and stops")
     check(viewer.returncode == 0, "it ends in order")
