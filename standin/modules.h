@@ -1,7 +1,6 @@
-/// Modules: a module's handle is the address at which it is loaded.
+/// The process's end, as its libraries see it.
 #pragma once
 
-#include "platform/platform.h"
-
-/// Whether `module` has been pinned, and so is only torn down with the process.
-bool StandinModuleIsPinned(HMODULE module);
+/// Whether the process is ending, so that a library is torn down with it and not by itself. Known once any module has
+/// been pinned.
+[[gnu::visibility("default")]] bool ProcessEnds();

@@ -1,14 +1,8 @@
-/// Processes as objects that a handle can stand for.
+/// When processes started.
 #pragma once
 
-#include "platform/platform.h"
+#include <sys/types.h>
 
-#include <memory>
-
-struct ProcessObject;
-
-/// The process behind `handle`, the pseudo handle of this one included; null with ERROR_INVALID_HANDLE for others.
-std::shared_ptr<ProcessObject> FindProcess(HANDLE handle);
-
-/// What WaitForSingleObject gives for it, the last error included.
-DWORD WaitForProcess(ProcessObject& process, DWORD milliseconds);
+/// Clock ticks from the machine's start to the process's, which tell it from a later one with the same id. 0 when there
+/// is no such process or it has ended.
+unsigned long long ProcessStart(pid_t process);

@@ -10,8 +10,8 @@ namespace {
 constexpr std::int64_t TicksPerSecond = 10'000'000;
 constexpr std::int64_t SecondsToUnixEpoch = 11'644'473'600;
 
-std::uint64_t Ticks(const FILETIME& time) {
-    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+std::int64_t Ticks(const FILETIME& time) {
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
 }
 
 FILETIME FileTime(std::int64_t ticks) {
@@ -19,8 +19,8 @@ FILETIME FileTime(std::int64_t ticks) {
     return {static_cast<DWORD>(bits), static_cast<DWORD>(bits >> 32)};
 }
 
-std::int64_t UnixSeconds(const FILETIME& time) {
-    return static_cast<std::int64_t>(Ticks(time)) / TicksPerSecond - SecondsToUnixEpoch;
+time_t UnixSeconds(const FILETIME& time) {
+    return Ticks(time) / TicksPerSecond - SecondsToUnixEpoch;
 }
 
 }  // namespace
@@ -48,20 +48,17 @@ BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local) {
     tm fields = {};
     tzset();
     if (localtime_r(&seconds, &fields) == nullptr) return Outcome(ERROR_INVALID_PARAMETER);
-    *local = FileTime(static_cast<std::int64_t>(Ticks(*utc)) + fields.tm_gmtoff * TicksPerSecond);
+    *local = FileTime(Ticks(*utc) + fields.tm_gmtoff * TicksPerSecond);
     return TRUE;
 }
 
 BOOL FileTimeToSystemTime(const FILETIME* time, SYSTEMTIME* fields) {
     const time_t seconds = UnixSeconds(*time);
     tm parts = {};
-    const bool inRange = Ticks(*time) >> 63 == 0;
-    if (!inRange || gmtime_r(&seconds, &parts) == nullptr) return Outcome(ERROR_INVALID_PARAMETER);
-    constexpr std::uint64_t ticksPerMillisecond = 10'000;
-    const auto word = [](int value) { return static_cast<WORD>(value); };
-    *fields = {word(parts.tm_year + 1900), word(parts.tm_mon + 1),
-               word(parts.tm_wday),        word(parts.tm_mday),
-               word(parts.tm_hour),        word(parts.tm_min),
-               word(parts.tm_sec),         static_cast<WORD>(Ticks(*time) / ticksPerMillisecond % 1000)};
+    if (Ticks(*time) < 0 || gmtime_r(&seconds, &parts) == nullptr) return Outcome(ERROR_INVALID_PARAMETER);
+    const auto word = [](std::int64_t value) { return static_cast<WORD>(value); };
+    *fields = {
+        word(parts.tm_year + 1900), word(parts.tm_mon + 1), word(parts.tm_wday), word(parts.tm_mday),
+        word(parts.tm_hour),        word(parts.tm_min),     word(parts.tm_sec),  word(Ticks(*time) / 10'000 % 1000)};
     return TRUE;
 }

@@ -1,0 +1,220 @@
+// Windows, which are for messages only, and the messages of each thread.
+#include "standin/handles.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdlib>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace {
+
+/// A message that its sender waits for; on the sender's stack.
+struct SentMessage {
+    MSG Message = {};
+    LRESULT Result = 0;
+    bool Answered = false;
+    std::condition_variable Changed;
+};
+
+/// A thread's messages.
+struct ThreadQueue {
+    std::deque<MSG> Posted;
+    std::deque<SentMessage*> Sent;
+    std::optional<int> QuitCode;
+    std::condition_variable Changed;
+};
+
+struct Window {
+    WNDPROC Procedure = nullptr;
+    std::shared_ptr<ThreadQueue> Owner;
+};
+
+struct Desktop {
+    std::mutex Mutex;  // guards all windows, queues and sent messages; never held while a window's procedure runs
+    std::map<std::u16string, WNDPROC> Classes;
+    std::map<HWND, Window> Windows;
+    std::uintptr_t LastWindow = 0x10000;
+};
+
+Desktop& TheDesktop() {
+    static Desktop& desktop = *new Desktop;
+    return desktop;
+}
+
+/// Under the desktop's mutex: the sender's record is gone once it is free.
+void Answer(SentMessage& sent, LRESULT result) {
+    sent.Result = result;
+    sent.Answered = true;
+    sent.Changed.notify_one();
+}
+
+/// A copy of the window's record, with the last error set when there is no such window. Under the desktop's mutex.
+Window FindWindow(HWND window) {
+    const auto found = TheDesktop().Windows.find(window);
+    if (found != TheDesktop().Windows.end()) return found->second;
+    SetLastError(ERROR_INVALID_WINDOW_HANDLE);
+    return {};
+}
+
+/// Removes a window and its messages, and answers those who wait for it with 0. Under the desktop's mutex.
+void RemoveWindow(HWND window) {
+    const std::shared_ptr<ThreadQueue> owner = FindWindow(window).Owner;
+    if (!owner) return;
+    TheDesktop().Windows.erase(window);
+    std::erase_if(owner->Posted, [window](const MSG& message) { return message.hwnd == window; });
+    std::erase_if(owner->Sent, [window](SentMessage* sent) {
+        const bool isDead = sent->Message.hwnd == window;
+        if (isDead) Answer(*sent, 0);
+        return isDead;
+    });
+}
+
+/// Ends a thread's windows with the thread.
+struct QueueOwner {
+    const std::shared_ptr<ThreadQueue> Queue = std::make_shared<ThreadQueue>();
+    QueueOwner() = default;
+    QueueOwner(const QueueOwner&) = delete;
+    QueueOwner& operator=(const QueueOwner&) = delete;
+    ~QueueOwner() {
+        const std::lock_guard lock(TheDesktop().Mutex);
+        const std::map<HWND, Window> windows = TheDesktop().Windows;
+        for (const auto& [handle, window] : windows) {
+            if (window.Owner == Queue) RemoveWindow(handle);
+        }
+    }
+};
+
+const std::shared_ptr<ThreadQueue>& OwnQueue() {
+    thread_local QueueOwner owner;
+    return owner.Queue;
+}
+
+/// Runs the messages that other threads have sent to this thread's windows. Releases the lock while one runs.
+void RunSentMessages(ThreadQueue& own, std::unique_lock<std::mutex>& lock) {
+    while (!own.Sent.empty()) {
+        SentMessage* const sent = own.Sent.front();
+        own.Sent.pop_front();
+        const MSG message = sent->Message;
+        const WNDPROC procedure = FindWindow(message.hwnd).Procedure;
+        lock.unlock();
+        const LRESULT result = procedure(message.hwnd, message.message, message.wParam, message.lParam);
+        lock.lock();
+        Answer(*sent, result);
+    }
+}
+
+}  // namespace
+
+WORD RegisterClassW(const WNDCLASSW* windowClass) {
+    const std::lock_guard lock(TheDesktop().Mutex);
+    const bool added = TheDesktop().Classes.emplace(windowClass->lpszClassName, windowClass->lpfnWndProc).second;
+    return static_cast<WORD>(Outcome(added ? DWORD{ERROR_SUCCESS} : ERROR_CLASS_ALREADY_EXISTS));
+}
+
+HWND CreateWindowExW(DWORD, LPCWSTR className, LPCWSTR, DWORD, int, int, int, int, HWND, HMENU, HINSTANCE, LPVOID) {
+    const std::shared_ptr<ThreadQueue>& own = OwnQueue();
+    Desktop& desktop = TheDesktop();
+    const std::lock_guard lock(desktop.Mutex);
+    const auto found = desktop.Classes.find(className);
+    if (found == desktop.Classes.end()) {
+        SetLastError(ERROR_CANNOT_FIND_WND_CLASS);
+        return nullptr;
+    }
+    const HWND window = reinterpret_cast<HWND>(desktop.LastWindow += 2);
+    desktop.Windows[window] = {found->second, own};
+    return window;
+}
+
+BOOL DestroyWindow(HWND handle) {
+    std::unique_lock lock(TheDesktop().Mutex);
+    const Window window = FindWindow(handle);
+    if (!window.Owner) return FALSE;
+    lock.unlock();
+    if (window.Owner != OwnQueue()) return Outcome(ERROR_ACCESS_DENIED);
+    window.Procedure(handle, WM_DESTROY, 0, 0);
+    lock.lock();
+    RemoveWindow(handle);
+    return TRUE;
+}
+
+BOOL IsWindow(HWND window) {
+    const std::lock_guard lock(TheDesktop().Mutex);
+    return FindWindow(window).Owner ? TRUE : FALSE;
+}
+
+LRESULT DefWindowProcW(HWND window, UINT message, WPARAM, LPARAM) {
+    if (message == WM_CLOSE) DestroyWindow(window);
+    return 0;
+}
+
+/// Unlike Windows' own, answers no messages for this thread's windows while it waits for another thread.
+LRESULT SendMessageW(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
+    const std::shared_ptr<ThreadQueue>& own = OwnQueue();
+    std::unique_lock lock(TheDesktop().Mutex);
+    const Window window = FindWindow(handle);
+    if (!window.Owner) return 0;
+    if (window.Owner == own) {
+        lock.unlock();
+        return window.Procedure(handle, message, wParam, lParam);
+    }
+    SentMessage sent;
+    sent.Message = {handle, message, wParam, lParam};
+    window.Owner->Sent.push_back(&sent);
+    window.Owner->Changed.notify_one();
+    sent.Changed.wait(lock, [&sent] { return sent.Answered; });
+    return sent.Result;
+}
+
+BOOL PostMessageW(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
+    const std::lock_guard lock(TheDesktop().Mutex);
+    const Window window = FindWindow(handle);
+    if (!window.Owner) return FALSE;
+    window.Owner->Posted.push_back({handle, message, wParam, lParam});
+    window.Owner->Changed.notify_one();
+    return TRUE;
+}
+
+void PostQuitMessage(int exitCode) {
+    const std::lock_guard lock(TheDesktop().Mutex);
+    OwnQueue()->QuitCode = exitCode;
+}
+
+/// Takes the messages of all of the thread's windows.
+BOOL GetMessageW(MSG* message, HWND, UINT, UINT) {
+    ThreadQueue& own = *OwnQueue();
+    std::unique_lock lock(TheDesktop().Mutex);
+    for (;;) {
+        RunSentMessages(own, lock);
+        if (!own.Posted.empty()) {
+            *message = own.Posted.front();
+            own.Posted.pop_front();
+            return TRUE;
+        }
+        if (own.QuitCode) {
+            *message = {nullptr, WM_QUIT, static_cast<WPARAM>(*own.QuitCode), 0};
+            own.QuitCode.reset();
+            return FALSE;
+        }
+        own.Changed.wait(lock);
+    }
+}
+
+LRESULT DispatchMessageW(const MSG* message) {
+    std::unique_lock lock(TheDesktop().Mutex);
+    const Window window = FindWindow(message->hwnd);
+    lock.unlock();
+    return window.Owner ? window.Procedure(message->hwnd, message->message, message->wParam, message->lParam) : 0;
+}
+
+LPVOID CoTaskMemAlloc(SIZE_T size) {
+    return std::malloc(std::max<SIZE_T>(size, 1));
+}
+
+void CoTaskMemFree(LPVOID block) {
+    std::free(block);
+}
