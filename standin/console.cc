@@ -1,4 +1,3 @@
-#include "standin/descriptor.h"
 #include "standin/files.h"
 #include "standin/handles.h"
 
@@ -14,13 +13,10 @@ namespace {
 std::atomic<PHANDLER_ROUTINE> consoleHandler = nullptr;
 std::atomic<int> signalEvents = -1;
 
-/// What the signal handler can't do itself: it calls the program's handler, and ends the process when that declines.
-void CallHandlers() {
+/// What the signal handler can't do itself.
+void CallHandler() {
     for (eventfd_t count = 0;;) {
-        if (eventfd_read(signalEvents, &count) != 0) continue;
-        constexpr int exitCodeOfCtrlC = 130;
-        // Other threads are at work, so nothing of theirs is torn down.
-        if (consoleHandler.load()(CTRL_C_EVENT) == FALSE) _exit(exitCodeOfCtrlC);
+        if (eventfd_read(signalEvents, &count) == 0) consoleHandler.load()(CTRL_C_EVENT);
     }
 }
 
@@ -32,13 +28,12 @@ void OnSignal(int) {
 
 }  // namespace
 
-/// Sets the one handler, for good. It is called on a thread of its own, with CTRL_C_EVENT for each SIGINT and SIGTERM.
-BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL add) {
-    if (handler == nullptr || add == FALSE || consoleHandler.exchange(handler) != nullptr) {
-        return Outcome(ERROR_INVALID_PARAMETER);
-    }
+/// Sets the one handler, for good. A thread of its own calls it for each SIGINT and SIGTERM; what it returns is
+/// ignored.
+BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL) {
+    if (consoleHandler.exchange(handler) != nullptr) return Outcome(ERROR_INVALID_PARAMETER);
     signalEvents = eventfd(0, EFD_CLOEXEC);
-    std::thread(CallHandlers).detach();
+    std::thread(CallHandler).detach();
     struct sigaction action = {};
     action.sa_flags = SA_RESTART;
     action.sa_handler = OnSignal;
@@ -49,8 +44,7 @@ BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL add) {
 BOOL GetConsoleMode(HANDLE console, LPDWORD mode) {
     const std::shared_ptr<File> file = FindHandle<File>(console);
     if (!file || isatty(file->Stream->Get()) == 0) return Outcome(ERROR_INVALID_HANDLE);
-    constexpr DWORD processedAndLines = 3;
-    *mode = processedAndLines;
+    *mode = 0;
     return TRUE;
 }
 

@@ -53,7 +53,7 @@ namespace {
 std::shared_ptr<const Descriptor> ConnectedStream(File& file) {
     const std::lock_guard lock(file.Mutex);
     if (file.Stream && !file.Listening) return file.Stream;
-    SetLastError(file.Listening ? ERROR_PIPE_LISTENING : ERROR_PIPE_NOT_CONNECTED);
+    SetLastError(ERROR_PIPE_NOT_CONNECTED);
     return nullptr;
 }
 

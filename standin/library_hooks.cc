@@ -1,5 +1,5 @@
 // Compiled into the library itself: calls its entry point on load and unload, as the loader of Windows does.
-#include "standin/modules.h"
+#include "standin/processes.h"
 #include "standin/windows.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved);

@@ -1,5 +1,5 @@
 // Windows, which are for messages only, and the messages of each thread.
-#include "standin/handles.h"
+#include "standin/windows.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -46,19 +46,17 @@ Desktop& TheDesktop() {
     return desktop;
 }
 
-/// Under the desktop's mutex: the sender's record is gone once it is free.
+/// Under the desktop's mutex. The sender's record is gone as soon as that is free.
 void Answer(SentMessage& sent, LRESULT result) {
     sent.Result = result;
     sent.Answered = true;
     sent.Changed.notify_one();
 }
 
-/// A copy of the window's record, with the last error set when there is no such window. Under the desktop's mutex.
+/// A copy of the window's record, empty when there is no such window. Under the desktop's mutex.
 Window FindWindow(HWND window) {
     const auto found = TheDesktop().Windows.find(window);
-    if (found != TheDesktop().Windows.end()) return found->second;
-    SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-    return {};
+    return found == TheDesktop().Windows.end() ? Window() : found->second;
 }
 
 /// Removes a window and its messages, and answers those who wait for it with 0. Under the desktop's mutex.
@@ -74,24 +72,9 @@ void RemoveWindow(HWND window) {
     });
 }
 
-/// Ends a thread's windows with the thread.
-struct QueueOwner {
-    const std::shared_ptr<ThreadQueue> Queue = std::make_shared<ThreadQueue>();
-    QueueOwner() = default;
-    QueueOwner(const QueueOwner&) = delete;
-    QueueOwner& operator=(const QueueOwner&) = delete;
-    ~QueueOwner() {
-        const std::lock_guard lock(TheDesktop().Mutex);
-        const std::map<HWND, Window> windows = TheDesktop().Windows;
-        for (const auto& [handle, window] : windows) {
-            if (window.Owner == Queue) RemoveWindow(handle);
-        }
-    }
-};
-
 const std::shared_ptr<ThreadQueue>& OwnQueue() {
-    thread_local QueueOwner owner;
-    return owner.Queue;
+    thread_local const auto queue = std::make_shared<ThreadQueue>();
+    return queue;
 }
 
 /// Runs the messages that other threads have sent to this thread's windows. Releases the lock while one runs.
@@ -112,21 +95,15 @@ void RunSentMessages(ThreadQueue& own, std::unique_lock<std::mutex>& lock) {
 
 WORD RegisterClassW(const WNDCLASSW* windowClass) {
     const std::lock_guard lock(TheDesktop().Mutex);
-    const bool added = TheDesktop().Classes.emplace(windowClass->lpszClassName, windowClass->lpfnWndProc).second;
-    return static_cast<WORD>(Outcome(added ? DWORD{ERROR_SUCCESS} : ERROR_CLASS_ALREADY_EXISTS));
+    return TheDesktop().Classes.emplace(windowClass->lpszClassName, windowClass->lpfnWndProc).second ? 1 : 0;
 }
 
-HWND CreateWindowExW(DWORD, LPCWSTR className, LPCWSTR, DWORD, int, int, int, int, HWND, HMENU, HINSTANCE, LPVOID) {
+HWND CreateWindowExW(DWORD, LPCWSTR className, LPCWSTR, DWORD, int, int, int, int, HWND, void*, HINSTANCE, LPVOID) {
     const std::shared_ptr<ThreadQueue>& own = OwnQueue();
     Desktop& desktop = TheDesktop();
     const std::lock_guard lock(desktop.Mutex);
-    const auto found = desktop.Classes.find(className);
-    if (found == desktop.Classes.end()) {
-        SetLastError(ERROR_CANNOT_FIND_WND_CLASS);
-        return nullptr;
-    }
     const HWND window = reinterpret_cast<HWND>(desktop.LastWindow += 2);
-    desktop.Windows[window] = {found->second, own};
+    desktop.Windows[window] = {desktop.Classes.at(className), own};
     return window;
 }
 
@@ -135,7 +112,6 @@ BOOL DestroyWindow(HWND handle) {
     const Window window = FindWindow(handle);
     if (!window.Owner) return FALSE;
     lock.unlock();
-    if (window.Owner != OwnQueue()) return Outcome(ERROR_ACCESS_DENIED);
     window.Procedure(handle, WM_DESTROY, 0, 0);
     lock.lock();
     RemoveWindow(handle);

@@ -9,12 +9,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
-#include <fcntl.h>
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <vector>
 
@@ -70,18 +67,17 @@ std::vector<ListedInstance> FindInstances(const Descriptor& directory, std::u16s
     return instances;
 }
 
-struct SocketAddress {
-    sockaddr_un Address = {};
-    const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&Address); }
-};
-
-/// The address of a free instance, short enough for any directory.
-SocketAddress AddressOf(const Descriptor& directory, const std::string& instance) {
-    SocketAddress address;
-    address.Address.sun_family = AF_UNIX;
+/// A new socket, bound by `bind` or connected by `connect` to the file of a free instance. Empty on failure.
+Descriptor SocketAt(const Descriptor& directory, const std::string& instance,
+                    int (*attach)(int, const sockaddr*, socklen_t)) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    // Short enough for any directory.
     const std::string path = "/proc/self/fd/" + std::to_string(directory.Get()) + "/" + instance + ".free";
-    path.copy(address.Address.sun_path, sizeof(address.Address.sun_path) - 1);
-    return address;
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    Descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const bool attached = made && attach(made.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+    return attached ? std::move(made) : Descriptor();
 }
 
 /// Takes a free instance from the other clients. The directory is locked.
@@ -134,12 +130,9 @@ HANDLE CreateNamedPipeW(LPCWSTR name, DWORD, DWORD, DWORD maxInstances, DWORD, D
     const auto pipe = std::make_shared<File>();
     pipe->Instance = std::make_shared<InstanceFile>("pipe." + FileNameFor(pipeName) + stamp);
     pipe->Listening = true;
-    Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    const SocketAddress address = AddressOf(directory, pipe->Instance->File);
+    Descriptor listener = SocketAt(directory, pipe->Instance->File, bind);
     // One client may wait to be accepted, no more.
-    if (!listener || bind(listener.Get(), address.Get(), sizeof(address)) != 0 || listen(listener.Get(), 0) != 0) {
-        return NoHandle(ERROR_NOT_ENOUGH_MEMORY);
-    }
+    if (!listener || listen(listener.Get(), 0) != 0) return NoHandle(ERROR_NOT_ENOUGH_MEMORY);
     pipe->Stream = std::make_shared<Descriptor>(std::move(listener));
     return AddHandle(pipe);
 }
@@ -184,9 +177,8 @@ HANDLE CreateFileW(LPCWSTR name, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWOR
     for (const ListedInstance& instance : FindInstances(directory, pipeName)) {
         error = ERROR_PIPE_BUSY;
         if (!instance.IsFree) continue;
-        Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-        const SocketAddress address = AddressOf(directory, instance.File);
-        if (!client || connect(client.Get(), address.Get(), sizeof(address)) != 0) continue;
+        Descriptor client = SocketAt(directory, instance.File, connect);
+        if (!client) continue;
         MarkBusy(directory, instance.File);
         const auto pipe = std::make_shared<File>();
         pipe->Stream = WithSmallBuffer(std::move(client));
@@ -197,14 +189,12 @@ HANDLE CreateFileW(LPCWSTR name, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWOR
 
 BOOL WaitNamedPipeW(LPCWSTR name, DWORD timeOut) {
     constexpr int pause = 2;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeOut);
-    for (;;) {
+    for (const DWORD start = GetTickCount();; poll(nullptr, 0, pause)) {
         const Descriptor directory = OpenSharedDirectory();
         if (!directory) return FALSE;
         const std::vector<ListedInstance> instances = FindInstances(directory, PipeName(name));
         if (instances.empty()) return Outcome(ERROR_FILE_NOT_FOUND);
         if (std::any_of(instances.begin(), instances.end(), [](const auto& one) { return one.IsFree; })) return TRUE;
-        if (std::chrono::steady_clock::now() >= deadline) return Outcome(ERROR_SEM_TIMEOUT);
-        poll(nullptr, 0, pause);
+        if (GetTickCount() - start >= timeOut) return Outcome(ERROR_SEM_TIMEOUT);
     }
 }

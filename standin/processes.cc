@@ -43,7 +43,6 @@ struct ProcessSnapshot {
 
 /// What /proc says of a process that has not ended.
 struct ProcessStat {
-    std::string Name;  // of its program, cut to 15 bytes
     DWORD Parent = 0;
     unsigned long long Start = 0;
 };
@@ -55,17 +54,13 @@ std::optional<ProcessStat> ReadStat(pid_t id) {
     if (length <= 0) return std::nullopt;
     text[length] = '\0';
     // The name is in parentheses and may contain any byte; the other fields follow the last one.
-    const char* const nameStart = std::strchr(text, '(');
     const char* const nameEnd = std::strrchr(text, ')');
-    if (nameStart == nullptr || nameEnd == nullptr) return std::nullopt;
     ProcessStat stat;
     char state = 0;
     constexpr const char* fields =  // state, parent, 17 others, start
         " %c %u %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %llu";
-    if (std::sscanf(nameEnd + 1, fields, &state, &stat.Parent, &stat.Start) != 3) return std::nullopt;
-    if (state == 'Z' || state == 'X') return std::nullopt;
-    stat.Name.assign(nameStart + 1, nameEnd);
-    return stat;
+    const int read = nameEnd ? std::sscanf(nameEnd + 1, fields, &state, &stat.Parent, &stat.Start) : 0;
+    return read == 3 && state != 'Z' && state != 'X' ? std::optional(stat) : std::nullopt;
 }
 
 std::string ExecutablePath(pid_t id) {
@@ -77,16 +72,14 @@ std::string ExecutablePath(pid_t id) {
     return path;
 }
 
-/// The entry of a process; nothing for one that has ended or has no image, like the kernel's own threads. The look at
-/// the image comes first: it is cheap and skips most of the table.
+/// The entry of a process; nothing for one that has ended, or whose image can't be seen: the kernel's own threads and
+/// other users' processes. The look at the image comes first: it is cheap and skips most of the table.
 std::optional<PROCESSENTRY32W> Describe(pid_t id) {
-    std::string name = ExecutablePath(id);
-    if (name.empty() && errno != EACCES) return std::nullopt;
-    const std::optional<ProcessStat> stat = ReadStat(id);
+    const std::string path = ExecutablePath(id);
+    const std::optional<ProcessStat> stat = path.empty() ? std::nullopt : ReadStat(id);
     if (!stat) return std::nullopt;
-    name = name.empty() ? stat->Name : name.substr(name.rfind('/') + 1);
     PROCESSENTRY32W entry = {sizeof(entry), static_cast<DWORD>(id), stat->Parent, {}};
-    CopyCut(Utf16From(name), entry.szExeFile, MAX_PATH);
+    CopyCut(Utf16From(path.substr(path.rfind('/') + 1)), entry.szExeFile, std::size(entry.szExeFile));
     return entry;
 }
 
@@ -119,7 +112,7 @@ BOOL Process32NextW(HANDLE handle, PROCESSENTRY32W* entry) {
         *entry = *described;
         return TRUE;
     }
-    return Outcome(ERROR_NO_MORE_FILES);
+    return FALSE;
 }
 
 HANDLE OpenProcess(DWORD, BOOL, DWORD processId) {

@@ -95,22 +95,11 @@ std::string Utf8From(std::u16string_view utf16) {
         } else if (IsHighSurrogate(utf16[i]) || IsLowSurrogate(utf16[i])) {
             point = Replacement;
         }
-        const auto add = [&bytes](char32_t byte) { bytes += static_cast<char>(byte); };
-        const auto continuation = [&](unsigned shift) { add(0x80 | (point >> shift & 0x3F)); };
-        if (point < 0x80) {
-            add(point);
-        } else if (point < 0x800) {
-            add(0xC0 | point >> 6);
-            continuation(0);
-        } else if (point < 0x10000) {
-            add(0xE0 | point >> 12);
-            continuation(6);
-            continuation(0);
-        } else {
-            add(0xF0 | point >> 18);
-            continuation(12);
-            continuation(6);
-            continuation(0);
+        constexpr char32_t leads[] = {0, 0xC0, 0xE0, 0xF0};
+        const int following = point < 0x80 ? 0 : point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+        bytes += static_cast<char>(leads[following] | point >> 6 * following);
+        for (int shift = 6 * (following - 1); shift >= 0; shift -= 6) {
+            bytes += static_cast<char>(0x80 | (point >> shift & 0x3F));
         }
     }
     return bytes;

@@ -1,4 +1,4 @@
-#include "standin/handles.h"
+#include "standin/windows.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -47,7 +47,7 @@ BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local) {
     const time_t seconds = UnixSeconds(*utc);
     tm fields = {};
     tzset();
-    if (localtime_r(&seconds, &fields) == nullptr) return Outcome(ERROR_INVALID_PARAMETER);
+    if (localtime_r(&seconds, &fields) == nullptr) return FALSE;
     *local = FileTime(Ticks(*utc) + fields.tm_gmtoff * TicksPerSecond);
     return TRUE;
 }
@@ -55,7 +55,7 @@ BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local) {
 BOOL FileTimeToSystemTime(const FILETIME* time, SYSTEMTIME* fields) {
     const time_t seconds = UnixSeconds(*time);
     tm parts = {};
-    if (Ticks(*time) < 0 || gmtime_r(&seconds, &parts) == nullptr) return Outcome(ERROR_INVALID_PARAMETER);
+    if (Ticks(*time) < 0 || gmtime_r(&seconds, &parts) == nullptr) return FALSE;
     const auto word = [](std::int64_t value) { return static_cast<WORD>(value); };
     *fields = {
         word(parts.tm_year + 1900), word(parts.tm_mon + 1), word(parts.tm_wday), word(parts.tm_mday),

@@ -14,8 +14,6 @@
 #define CALLBACK
 #define TEXT(literal) u##literal
 
-// ---- Types -------------------------------------------------------------------------------------------------------
-
 using WCHAR = char16_t;
 using BYTE = std::uint8_t;
 using WORD = std::uint16_t;
@@ -28,6 +26,8 @@ using WPARAM = std::uintptr_t;
 using LPARAM = std::intptr_t;
 using LRESULT = std::intptr_t;
 using LSTATUS = LONG;
+using REGSAM = DWORD;
+using errno_t = int;
 using LPVOID = void*;
 using LPCVOID = const void*;
 using LPDWORD = DWORD*;
@@ -38,72 +38,32 @@ using HWND = struct HWND__*;
 using HKEY = struct HKEY__*;
 using HINSTANCE = struct HINSTANCE__*;
 using HMODULE = HINSTANCE;
-using HMENU = struct HMENU__*;
-using HICON = struct HICON__*;
-using HCURSOR = HICON;
-using HBRUSH = struct HBRUSH__*;
-using REGSAM = DWORD;
-using errno_t = int;
 
-inline constexpr BOOL FALSE = 0;
-inline constexpr BOOL TRUE = 1;
-inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~static_cast<std::uintptr_t>(0));
+inline constexpr BOOL FALSE = 0, TRUE = 1;
 inline constexpr DWORD INFINITE = 0xFFFFFFFF;
+inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~static_cast<std::uintptr_t>(0));
 
 struct OVERLAPPED;
 struct SECURITY_ATTRIBUTES;
 
-struct FILETIME {
-    DWORD dwLowDateTime;
-    DWORD dwHighDateTime;
-};
-
-struct SYSTEMTIME {
-    WORD wYear, wMonth, wDayOfWeek, wDay, wHour, wMinute, wSecond, wMilliseconds;
-};
-
-// ---- Error codes ---------------------------------------------------------------------------------------------------
-
 inline constexpr LSTATUS ERROR_SUCCESS = 0;
-inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
-inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
-inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
-inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
-inline constexpr DWORD ERROR_NO_MORE_FILES = 18;
-inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
-inline constexpr DWORD ERROR_BROKEN_PIPE = 109;
-inline constexpr DWORD ERROR_SEM_TIMEOUT = 121;
-inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
-inline constexpr DWORD ERROR_MOD_NOT_FOUND = 126;
-inline constexpr DWORD ERROR_PIPE_BUSY = 231;
-inline constexpr DWORD ERROR_NO_DATA = 232;
-inline constexpr DWORD ERROR_PIPE_NOT_CONNECTED = 233;
-inline constexpr DWORD ERROR_MORE_DATA = 234;
-inline constexpr DWORD ERROR_PIPE_CONNECTED = 535;
-inline constexpr DWORD ERROR_PIPE_LISTENING = 536;
-inline constexpr DWORD ERROR_OPERATION_ABORTED = 995;
-inline constexpr DWORD ERROR_NOT_FOUND = 1168;
-inline constexpr DWORD ERROR_INVALID_WINDOW_HANDLE = 1400;
-inline constexpr DWORD ERROR_CANNOT_FIND_WND_CLASS = 1407;
-inline constexpr DWORD ERROR_CLASS_ALREADY_EXISTS = 1410;
+inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2, ERROR_ACCESS_DENIED = 5, ERROR_INVALID_HANDLE = 6,
+                       ERROR_NOT_ENOUGH_MEMORY = 8, ERROR_INVALID_PARAMETER = 87, ERROR_BROKEN_PIPE = 109,
+                       ERROR_SEM_TIMEOUT = 121, ERROR_INSUFFICIENT_BUFFER = 122, ERROR_PIPE_BUSY = 231,
+                       ERROR_NO_DATA = 232, ERROR_PIPE_NOT_CONNECTED = 233, ERROR_MORE_DATA = 234,
+                       ERROR_PIPE_CONNECTED = 535, ERROR_OPERATION_ABORTED = 995, ERROR_NOT_FOUND = 1168;
 
 DWORD GetLastError();
 void SetLastError(DWORD code);
 
 // ---- Handles, pipes and files --------------------------------------------------------------------------------------
 
-inline constexpr DWORD GENERIC_READ = 0x80000000;
-inline constexpr DWORD GENERIC_WRITE = 0x40000000;
-inline constexpr DWORD OPEN_EXISTING = 3;
-inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
-inline constexpr DWORD PIPE_ACCESS_DUPLEX = 3;
-inline constexpr DWORD PIPE_TYPE_BYTE = 0;
-inline constexpr DWORD PIPE_READMODE_BYTE = 0;
-inline constexpr DWORD PIPE_WAIT = 0;
-inline constexpr DWORD PIPE_UNLIMITED_INSTANCES = 255;
-inline constexpr DWORD STD_INPUT_HANDLE = static_cast<DWORD>(-10);
-inline constexpr DWORD STD_OUTPUT_HANDLE = static_cast<DWORD>(-11);
-inline constexpr DWORD STD_ERROR_HANDLE = static_cast<DWORD>(-12);
+inline constexpr DWORD GENERIC_READ = 0x80000000, GENERIC_WRITE = 0x40000000, OPEN_EXISTING = 3,
+                       FILE_ATTRIBUTE_NORMAL = 0x80;
+inline constexpr DWORD PIPE_ACCESS_DUPLEX = 3, PIPE_TYPE_BYTE = 0, PIPE_READMODE_BYTE = 0, PIPE_WAIT = 0,
+                       PIPE_UNLIMITED_INSTANCES = 255;
+inline constexpr DWORD STD_INPUT_HANDLE = static_cast<DWORD>(-10), STD_OUTPUT_HANDLE = static_cast<DWORD>(-11),
+                       STD_ERROR_HANDLE = static_cast<DWORD>(-12);
 
 HANDLE CreateNamedPipeW(LPCWSTR name, DWORD openMode, DWORD pipeMode, DWORD maxInstances, DWORD outBufferSize,
                         DWORD inBufferSize, DWORD defaultTimeOut, SECURITY_ATTRIBUTES* security);
@@ -123,13 +83,8 @@ HANDLE GetStdHandle(DWORD which);
 // ---- Registry ------------------------------------------------------------------------------------------------------
 
 inline const HKEY HKEY_CURRENT_USER = reinterpret_cast<HKEY>(static_cast<std::uintptr_t>(0x80000001));
-inline constexpr REGSAM KEY_QUERY_VALUE = 1;
-inline constexpr REGSAM KEY_SET_VALUE = 2;
-inline constexpr DWORD REG_OPTION_NON_VOLATILE = 0;
-inline constexpr DWORD REG_SZ = 1;
-inline constexpr DWORD REG_EXPAND_SZ = 2;
-inline constexpr DWORD REG_BINARY = 3;
-inline constexpr DWORD REG_DWORD = 4;
+inline constexpr REGSAM KEY_QUERY_VALUE = 1, KEY_SET_VALUE = 2;
+inline constexpr DWORD REG_OPTION_NON_VOLATILE = 0, REG_SZ = 1, REG_EXPAND_SZ = 2, REG_BINARY = 3, REG_DWORD = 4;
 
 LSTATUS RegOpenKeyExW(HKEY root, LPCWSTR subKey, DWORD options, REGSAM access, HKEY* key);
 LSTATUS RegCreateKeyExW(HKEY root, LPCWSTR subKey, DWORD reserved, LPWSTR keyClass, DWORD options, REGSAM access,
@@ -139,26 +94,32 @@ LSTATUS RegSetValueExW(HKEY key, LPCWSTR valueName, DWORD reserved, DWORD type, 
 LSTATUS RegDeleteValueW(HKEY key, LPCWSTR valueName);
 LSTATUS RegCloseKey(HKEY key);
 
+// ---- Time ----------------------------------------------------------------------------------------------------------
+
+struct FILETIME {
+    DWORD dwLowDateTime, dwHighDateTime;
+};
+
+struct SYSTEMTIME {
+    WORD wYear, wMonth, wDayOfWeek, wDay, wHour, wMinute, wSecond, wMilliseconds;
+};
+
+DWORD GetTickCount();
+void Sleep(DWORD milliseconds);
+void GetSystemTimeAsFileTime(FILETIME* time);
+BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local);
+BOOL FileTimeToSystemTime(const FILETIME* time, SYSTEMTIME* fields);
+
 // ---- Processes and modules -----------------------------------------------------------------------------------------
 
-inline constexpr DWORD MAX_PATH = 260;
-inline constexpr DWORD TH32CS_SNAPPROCESS = 2;
-inline constexpr DWORD SYNCHRONIZE = 0x100000;
-inline constexpr DWORD PROCESS_QUERY_LIMITED_INFORMATION = 0x1000;
-inline constexpr DWORD STILL_ACTIVE = 259;
-inline constexpr DWORD WAIT_OBJECT_0 = 0;
-inline constexpr DWORD WAIT_TIMEOUT = 258;
-inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
-inline constexpr DWORD DLL_PROCESS_DETACH = 0;
-inline constexpr DWORD DLL_PROCESS_ATTACH = 1;
-inline constexpr DWORD GET_MODULE_HANDLE_EX_FLAG_PIN = 1;
-inline constexpr DWORD GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS = 4;
+inline constexpr DWORD TH32CS_SNAPPROCESS = 2, SYNCHRONIZE = 0x100000, PROCESS_QUERY_LIMITED_INFORMATION = 0x1000;
+inline constexpr DWORD STILL_ACTIVE = 259, WAIT_OBJECT_0 = 0, WAIT_TIMEOUT = 258, WAIT_FAILED = 0xFFFFFFFF;
+inline constexpr DWORD DLL_PROCESS_DETACH = 0, DLL_PROCESS_ATTACH = 1, GET_MODULE_HANDLE_EX_FLAG_PIN = 1,
+                       GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS = 4;
 
 struct PROCESSENTRY32W {
-    DWORD dwSize;
-    DWORD th32ProcessID;
-    DWORD th32ParentProcessID;
-    WCHAR szExeFile[MAX_PATH];
+    DWORD dwSize, th32ProcessID, th32ParentProcessID;
+    WCHAR szExeFile[260];
 };
 
 HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD processId);
@@ -179,23 +140,16 @@ BOOL DisableThreadLibraryCalls(HMODULE module);
 
 using WNDPROC = LRESULT (*)(HWND, UINT, WPARAM, LPARAM);
 
-inline constexpr UINT WM_DESTROY = 0x0002;
-inline constexpr UINT WM_CLOSE = 0x0010;
-inline constexpr UINT WM_QUIT = 0x0012;
-inline constexpr UINT WM_APP = 0x8000;
+inline constexpr UINT WM_DESTROY = 0x0002, WM_CLOSE = 0x0010, WM_QUIT = 0x0012, WM_APP = 0x8000;
 inline const HWND HWND_MESSAGE = reinterpret_cast<HWND>(static_cast<std::intptr_t>(-3));
 
 struct WNDCLASSW {
     UINT style;
     WNDPROC lpfnWndProc;
-    int cbClsExtra;
-    int cbWndExtra;
+    int cbClsExtra, cbWndExtra;
     HINSTANCE hInstance;
-    HICON hIcon;
-    HCURSOR hCursor;
-    HBRUSH hbrBackground;
-    LPCWSTR lpszMenuName;
-    LPCWSTR lpszClassName;
+    void *hIcon, *hCursor, *hbrBackground;
+    LPCWSTR lpszMenuName, lpszClassName;
 };
 
 struct MSG {
@@ -207,7 +161,7 @@ struct MSG {
 
 WORD RegisterClassW(const WNDCLASSW* windowClass);
 HWND CreateWindowExW(DWORD extendedStyle, LPCWSTR className, LPCWSTR windowName, DWORD style, int x, int y, int width,
-                     int height, HWND parent, HMENU menu, HINSTANCE instance, LPVOID parameter);
+                     int height, HWND parent, void* menu, HINSTANCE instance, LPVOID parameter);
 BOOL DestroyWindow(HWND window);
 BOOL IsWindow(HWND window);
 LRESULT DefWindowProcW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
@@ -216,28 +170,23 @@ BOOL PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 void PostQuitMessage(int exitCode);
 BOOL GetMessageW(MSG* message, HWND window, UINT first, UINT last);
 LRESULT DispatchMessageW(const MSG* message);
-
 LPVOID CoTaskMemAlloc(SIZE_T size);
 void CoTaskMemFree(LPVOID block);
 
-// ---- Console -------------------------------------------------------------------------------------------------------
+// ---- Console and text ----------------------------------------------------------------------------------------------
 
 using PHANDLER_ROUTINE = BOOL (*)(DWORD);
 
 inline constexpr DWORD CTRL_C_EVENT = 0;
 inline constexpr int _O_BINARY = 0x8000;
+inline constexpr UINT CP_UTF8 = 65001;
+inline constexpr std::size_t _TRUNCATE = ~static_cast<std::size_t>(0);
 
 BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL add);
 BOOL SetConsoleOutputCP(UINT codePage);
 BOOL GetConsoleMode(HANDLE console, LPDWORD mode);
 int _fileno(std::FILE* stream);
 int _setmode(int file, int mode);
-
-// ---- Text ----------------------------------------------------------------------------------------------------------
-
-inline constexpr UINT CP_UTF8 = 65001;
-inline constexpr std::size_t _TRUNCATE = ~static_cast<std::size_t>(0);
-
 int MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength, LPWSTR target, int capacity);
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR source, int sourceLength, char* target, int capacity,
                         const char* defaultChar, BOOL* usedDefault);
@@ -248,13 +197,5 @@ int _wcsicmp(LPCWSTR left, LPCWSTR right);
 // The C library's own iswspace knows only ASCII in the "C" locale; Windows' knows Unicode's blanks.
 int StandinIsWideSpace(std::wint_t unit);
 #define iswspace StandinIsWideSpace
-
-// ---- Time ----------------------------------------------------------------------------------------------------------
-
-DWORD GetTickCount();
-void Sleep(DWORD milliseconds);
-void GetSystemTimeAsFileTime(FILETIME* time);
-BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local);
-BOOL FileTimeToSystemTime(const FILETIME* time, SYSTEMTIME* fields);
 
 #pragma GCC visibility pop
