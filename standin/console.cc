@@ -8,25 +8,21 @@
 #include <sys/eventfd.h>
 #include <thread>
 
-namespace {
-
-std::atomic<PHANDLER_ROUTINE> consoleHandler = nullptr;
-std::atomic<int> signalEvents = -1;
+static std::atomic<PHANDLER_ROUTINE> consoleHandler = nullptr;
+static std::atomic<int> signalEvents = -1;
 
 /// What the signal handler can't do itself.
-void CallHandler() {
+static void CallHandler() {
     for (eventfd_t count = 0;;) {
         if (eventfd_read(signalEvents, &count) == 0) consoleHandler.load()(CTRL_C_EVENT);
     }
 }
 
-void OnSignal(int) {
+static void OnSignal(int) {
     const int before = errno;
     eventfd_write(signalEvents, 1);
     errno = before;
 }
-
-}  // namespace
 
 /// Sets the one handler, for good. A thread of its own calls it for each SIGINT and SIGTERM; what it returns is
 /// ignored.
@@ -34,10 +30,7 @@ BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL) {
     if (consoleHandler.exchange(handler) != nullptr) return Outcome(ERROR_INVALID_PARAMETER);
     signalEvents = eventfd(0, EFD_CLOEXEC);
     std::thread(CallHandler).detach();
-    struct sigaction action = {};
-    action.sa_flags = SA_RESTART;
-    action.sa_handler = OnSignal;
-    for (const int handled : {SIGINT, SIGTERM}) sigaction(handled, &action, nullptr);
+    for (const int handled : {SIGINT, SIGTERM}) signal(handled, OnSignal);
     return TRUE;
 }
 

@@ -10,17 +10,13 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-namespace {
-
-std::string ChooseDirectory() {
+static std::string ChooseDirectory() {
     if (const char* own = std::getenv("ORVANE_STANDIN_DIR"); own != nullptr && *own != 0) return own;
     if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != 0) {
         return std::string(runtime) + "/orvane-standin";
     }
     return "/tmp/orvane-standin-" + std::to_string(geteuid());
 }
-
-}  // namespace
 
 Descriptor OpenSharedDirectory() {
     static const std::string& path = *new std::string(ChooseDirectory());
@@ -36,10 +32,7 @@ Descriptor OpenSharedDirectory() {
 
 Descriptor LockSharedDirectory() {
     Descriptor directory = OpenSharedDirectory();
-    while (directory && flock(directory.Get(), LOCK_EX) != 0) {
-        if (errno == EINTR) continue;
-        SetLastError(ERROR_ACCESS_DENIED);
-        return {};
+    while (directory && flock(directory.Get(), LOCK_EX) != 0 && errno == EINTR) {
     }
     return directory;
 }

@@ -3,7 +3,6 @@
 #include "standin/handles.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <fcntl.h>
 #include <limits.h>
@@ -52,9 +51,8 @@ namespace {
 /// The stream to read and write; null, with the last error set, when nothing is connected.
 std::shared_ptr<const Descriptor> ConnectedStream(File& file) {
     const std::lock_guard lock(file.Mutex);
-    if (file.Stream && !file.Listening) return file.Stream;
-    SetLastError(ERROR_PIPE_NOT_CONNECTED);
-    return nullptr;
+    if (!file.Stream || file.Listening) SetLastError(ERROR_PIPE_NOT_CONNECTED);
+    return file.Listening ? nullptr : file.Stream;
 }
 
 /// Reads or writes once without blocking, given that the descriptor is ready. A plain pipe that is ready takes
@@ -68,16 +66,14 @@ ssize_t WriteSome(int file, const char* bytes, std::size_t size) {
     return count < 0 && errno == ENOTSOCK ? write(file, bytes, std::min<std::size_t>(size, PIPE_BUF)) : count;
 }
 
-/// Whether a read or write that failed was only not ready after all.
-bool MayTryAgain() {
-    return errno == EAGAIN || errno == EINTR;
+/// Whether a read or write that gave this count was only not ready after all.
+bool MayTryAgain(ssize_t count) {
+    return count < 0 && (errno == EAGAIN || errno == EINTR);
 }
 
 // Windows has no signal for a pipe without a reader: a program there sees the write fail.
 [[gnu::constructor]] void IgnoreBrokenPipeSignal() {
-    struct sigaction current = {};
-    sigaction(SIGPIPE, nullptr, &current);
-    if (current.sa_handler == SIG_DFL) signal(SIGPIPE, SIG_IGN);
+    signal(SIGPIPE, SIG_IGN);
 }
 
 }  // namespace
@@ -93,10 +89,9 @@ BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD size, LPDWORD bytesRead, OVERL
         const DWORD error = call.AwaitReady(stream->Get(), POLLIN);
         if (error != ERROR_SUCCESS) return Outcome(error);
         const ssize_t count = ReadSome(stream->Get(), buffer, size);
-        if (count == 0 || (count < 0 && !MayTryAgain())) return Outcome(ERROR_BROKEN_PIPE);
-        if (count < 0) continue;
-        *bytesRead = static_cast<DWORD>(count);
-        return TRUE;
+        if (MayTryAgain(count)) continue;
+        *bytesRead = static_cast<DWORD>(std::max<ssize_t>(count, 0));
+        return Outcome(count > 0 ? DWORD{ERROR_SUCCESS} : ERROR_BROKEN_PIPE);
     }
 }
 
@@ -112,8 +107,9 @@ BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, LPDWORD bytesWritten, 
         if (error != ERROR_SUCCESS) return Outcome(error);
         const char* const rest = static_cast<const char*>(buffer) + *bytesWritten;
         const ssize_t count = WriteSome(stream->Get(), rest, size - *bytesWritten);
-        if (count < 0 && !MayTryAgain()) return Outcome(ERROR_NO_DATA);
-        if (count > 0) *bytesWritten += static_cast<DWORD>(count);
+        if (MayTryAgain(count)) continue;
+        if (count < 0) return Outcome(ERROR_NO_DATA);
+        *bytesWritten += static_cast<DWORD>(count);
     }
     return TRUE;
 }
@@ -143,19 +139,15 @@ BOOL CancelIoEx(HANDLE handle, OVERLAPPED*) {
 }
 
 HANDLE GetStdHandle(DWORD which) {
-    constexpr std::size_t count = 3;
-    // Each is a second descriptor of its stream: closing the handle leaves the C library's own alone.
-    static const std::array<HANDLE, count> handles = [] {
-        std::array<HANDLE, count> made{};
-        for (std::size_t i = 0; i < count; ++i) {
-            Descriptor copy(fcntl(static_cast<int>(i), F_DUPFD_CLOEXEC, static_cast<int>(count)));
-            if (!copy) continue;
-            const auto file = std::make_shared<File>();
-            file->Stream = std::make_shared<Descriptor>(std::move(copy));
-            made[i] = AddHandle(file);
-        }
-        return made;
-    }();
+    // A second descriptor of the stream: closing the handle leaves the C library's own alone.
+    constexpr auto open = [](int stream) -> HANDLE {
+        Descriptor copy(fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+        if (!copy) return nullptr;
+        const auto file = std::make_shared<File>();
+        file->Stream = std::make_shared<Descriptor>(std::move(copy));
+        return AddHandle(file);
+    };
+    static const HANDLE handles[] = {open(STDIN_FILENO), open(STDOUT_FILENO), open(STDERR_FILENO)};
     const DWORD index = STD_INPUT_HANDLE - which;
-    return index < count ? handles[index] : NoHandle(ERROR_INVALID_HANDLE);
+    return index < std::size(handles) ? handles[index] : NoHandle(ERROR_INVALID_HANDLE);
 }

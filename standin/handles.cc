@@ -13,10 +13,7 @@ struct HandleTable {
     std::uintptr_t LastValue = 0x100;
 };
 
-HandleTable& Table() {
-    static HandleTable& table = *new HandleTable;
-    return table;
-}
+HandleTable& table = *new HandleTable;
 
 thread_local DWORD lastError = ERROR_SUCCESS;
 
@@ -42,7 +39,6 @@ HANDLE NoHandle(DWORD error) {
 }
 
 HANDLE AddEntry(HandleEntry entry) {
-    HandleTable& table = Table();
     const std::lock_guard lock(table.Mutex);
     const HANDLE handle = reinterpret_cast<HANDLE>(table.LastValue += 4);
     table.Entries.emplace(handle, std::move(entry));
@@ -50,14 +46,12 @@ HANDLE AddEntry(HandleEntry entry) {
 }
 
 HandleEntry FindEntry(HANDLE handle) {
-    HandleTable& table = Table();
     const std::lock_guard lock(table.Mutex);
     const auto found = table.Entries.find(handle);
     return found == table.Entries.end() ? HandleEntry() : found->second;
 }
 
 HandleEntry RemoveEntry(HANDLE handle) {
-    HandleTable& table = Table();
     const std::lock_guard lock(table.Mutex);
     auto node = table.Entries.extract(handle);
     return node.empty() ? HandleEntry() : std::move(node.mapped());

@@ -41,10 +41,7 @@ struct Desktop {
     std::uintptr_t LastWindow = 0x10000;
 };
 
-Desktop& TheDesktop() {
-    static Desktop& desktop = *new Desktop;
-    return desktop;
-}
+Desktop& desktop = *new Desktop;
 
 /// Under the desktop's mutex. The sender's record is gone as soon as that is free.
 void Answer(SentMessage& sent, LRESULT result) {
@@ -55,15 +52,15 @@ void Answer(SentMessage& sent, LRESULT result) {
 
 /// A copy of the window's record, empty when there is no such window. Under the desktop's mutex.
 Window FindWindow(HWND window) {
-    const auto found = TheDesktop().Windows.find(window);
-    return found == TheDesktop().Windows.end() ? Window() : found->second;
+    const auto found = desktop.Windows.find(window);
+    return found == desktop.Windows.end() ? Window() : found->second;
 }
 
 /// Removes a window and its messages, and answers those who wait for it with 0. Under the desktop's mutex.
 void RemoveWindow(HWND window) {
     const std::shared_ptr<ThreadQueue> owner = FindWindow(window).Owner;
     if (!owner) return;
-    TheDesktop().Windows.erase(window);
+    desktop.Windows.erase(window);
     std::erase_if(owner->Posted, [window](const MSG& message) { return message.hwnd == window; });
     std::erase_if(owner->Sent, [window](SentMessage* sent) {
         const bool isDead = sent->Message.hwnd == window;
@@ -94,32 +91,27 @@ void RunSentMessages(ThreadQueue& own, std::unique_lock<std::mutex>& lock) {
 }  // namespace
 
 WORD RegisterClassW(const WNDCLASSW* windowClass) {
-    const std::lock_guard lock(TheDesktop().Mutex);
-    return TheDesktop().Classes.emplace(windowClass->lpszClassName, windowClass->lpfnWndProc).second ? 1 : 0;
+    const std::lock_guard lock(desktop.Mutex);
+    return desktop.Classes.emplace(windowClass->lpszClassName, windowClass->lpfnWndProc).second ? 1 : 0;
 }
 
 HWND CreateWindowExW(DWORD, LPCWSTR className, LPCWSTR, DWORD, int, int, int, int, HWND, void*, HINSTANCE, LPVOID) {
     const std::shared_ptr<ThreadQueue>& own = OwnQueue();
-    Desktop& desktop = TheDesktop();
     const std::lock_guard lock(desktop.Mutex);
     const HWND window = reinterpret_cast<HWND>(desktop.LastWindow += 2);
     desktop.Windows[window] = {desktop.Classes.at(className), own};
     return window;
 }
 
-BOOL DestroyWindow(HWND handle) {
-    std::unique_lock lock(TheDesktop().Mutex);
-    const Window window = FindWindow(handle);
-    if (!window.Owner) return FALSE;
-    lock.unlock();
-    window.Procedure(handle, WM_DESTROY, 0, 0);
-    lock.lock();
-    RemoveWindow(handle);
+BOOL DestroyWindow(HWND window) {
+    SendMessageW(window, WM_DESTROY, 0, 0);
+    const std::lock_guard lock(desktop.Mutex);
+    RemoveWindow(window);
     return TRUE;
 }
 
 BOOL IsWindow(HWND window) {
-    const std::lock_guard lock(TheDesktop().Mutex);
+    const std::lock_guard lock(desktop.Mutex);
     return FindWindow(window).Owner ? TRUE : FALSE;
 }
 
@@ -131,7 +123,7 @@ LRESULT DefWindowProcW(HWND window, UINT message, WPARAM, LPARAM) {
 /// Unlike Windows' own, answers no messages for this thread's windows while it waits for another thread.
 LRESULT SendMessageW(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
     const std::shared_ptr<ThreadQueue>& own = OwnQueue();
-    std::unique_lock lock(TheDesktop().Mutex);
+    std::unique_lock lock(desktop.Mutex);
     const Window window = FindWindow(handle);
     if (!window.Owner) return 0;
     if (window.Owner == own) {
@@ -147,7 +139,7 @@ LRESULT SendMessageW(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
 }
 
 BOOL PostMessageW(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
-    const std::lock_guard lock(TheDesktop().Mutex);
+    const std::lock_guard lock(desktop.Mutex);
     const Window window = FindWindow(handle);
     if (!window.Owner) return FALSE;
     window.Owner->Posted.push_back({handle, message, wParam, lParam});
@@ -156,14 +148,14 @@ BOOL PostMessageW(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
 }
 
 void PostQuitMessage(int exitCode) {
-    const std::lock_guard lock(TheDesktop().Mutex);
+    const std::lock_guard lock(desktop.Mutex);
     OwnQueue()->QuitCode = exitCode;
 }
 
 /// Takes the messages of all of the thread's windows.
 BOOL GetMessageW(MSG* message, HWND, UINT, UINT) {
     ThreadQueue& own = *OwnQueue();
-    std::unique_lock lock(TheDesktop().Mutex);
+    std::unique_lock lock(desktop.Mutex);
     for (;;) {
         RunSentMessages(own, lock);
         if (!own.Posted.empty()) {
@@ -181,14 +173,11 @@ BOOL GetMessageW(MSG* message, HWND, UINT, UINT) {
 }
 
 LRESULT DispatchMessageW(const MSG* message) {
-    std::unique_lock lock(TheDesktop().Mutex);
-    const Window window = FindWindow(message->hwnd);
-    lock.unlock();
-    return window.Owner ? window.Procedure(message->hwnd, message->message, message->wParam, message->lParam) : 0;
+    return SendMessageW(message->hwnd, message->message, message->wParam, message->lParam);
 }
 
-LPVOID CoTaskMemAlloc(SIZE_T size) {
-    return std::malloc(std::max<SIZE_T>(size, 1));
+LPVOID CoTaskMemAlloc(std::size_t size) {
+    return std::malloc(std::max<std::size_t>(size, 1));
 }
 
 void CoTaskMemFree(LPVOID block) {

@@ -9,11 +9,7 @@
 #include <dlfcn.h>
 #include <string>
 
-namespace {
-
-std::atomic<bool> processEnds = false;
-
-}  // namespace
+static std::atomic<bool> processEnds = false;
 
 bool ProcessEnds() {
     return processEnds;

@@ -34,10 +34,8 @@ namespace {
 /// The name after "\\.\pipe\"; empty when `path` has another form.
 std::u16string_view PipeName(LPCWSTR path) {
     constexpr std::u16string_view prefix = u"\\\\.\\pipe\\";
-    std::u16string_view name(path);
-    if (!name.starts_with(prefix)) return {};
-    name.remove_prefix(prefix.size());
-    return name;
+    const std::u16string_view whole(path);
+    return whole.starts_with(prefix) ? whole.substr(prefix.size()) : std::u16string_view();
 }
 
 /// An instance as its file shows it.
@@ -103,14 +101,6 @@ Descriptor AcceptClient(const Descriptor& listener, const InstanceFile& instance
     return client;
 }
 
-/// The socket on which a server's end still listens; null, with the last error set, when it doesn't.
-std::shared_ptr<const Descriptor> Listener(File& pipe) {
-    const std::lock_guard lock(pipe.Mutex);
-    if (pipe.Listening) return pipe.Stream;
-    SetLastError(pipe.Stream ? ERROR_PIPE_CONNECTED : ERROR_PIPE_NOT_CONNECTED);
-    return nullptr;
-}
-
 }  // namespace
 
 HANDLE CreateNamedPipeW(LPCWSTR name, DWORD, DWORD, DWORD maxInstances, DWORD, DWORD, DWORD, SECURITY_ATTRIBUTES*) {
@@ -141,12 +131,14 @@ BOOL ConnectNamedPipe(HANDLE handle, OVERLAPPED*) {
     const std::shared_ptr<File> pipe = FindHandle<File>(handle);
     if (!pipe) return FALSE;
     const PendingCall call(*pipe);
-    const std::shared_ptr<const Descriptor> listener = Listener(*pipe);
-    if (!listener) return FALSE;
+    std::unique_lock lock(pipe->Mutex);
+    if (!pipe->Listening) return Outcome(pipe->Stream ? ERROR_PIPE_CONNECTED : ERROR_PIPE_NOT_CONNECTED);
+    const std::shared_ptr<const Descriptor> listener = pipe->Stream;
+    lock.unlock();
     for (bool waited = false;; waited = true) {
         if (Descriptor client = AcceptClient(*listener, *pipe->Instance)) {
             const bool goneAlready = !waited && HasHungUp(client);
-            const std::lock_guard lock(pipe->Mutex);
+            lock.lock();
             pipe->Listening = false;
             pipe->Stream = WithSmallBuffer(std::move(client));
             return Outcome(waited ? DWORD{ERROR_SUCCESS} : goneAlready ? ERROR_NO_DATA : ERROR_PIPE_CONNECTED);
@@ -190,9 +182,7 @@ HANDLE CreateFileW(LPCWSTR name, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWOR
 BOOL WaitNamedPipeW(LPCWSTR name, DWORD timeOut) {
     constexpr int pause = 2;
     for (const DWORD start = GetTickCount();; poll(nullptr, 0, pause)) {
-        const Descriptor directory = OpenSharedDirectory();
-        if (!directory) return FALSE;
-        const std::vector<ListedInstance> instances = FindInstances(directory, PipeName(name));
+        const std::vector<ListedInstance> instances = FindInstances(OpenSharedDirectory(), PipeName(name));
         if (instances.empty()) return Outcome(ERROR_FILE_NOT_FOUND);
         if (std::any_of(instances.begin(), instances.end(), [](const auto& one) { return one.IsFree; })) return TRUE;
         if (GetTickCount() - start >= timeOut) return Outcome(ERROR_SEM_TIMEOUT);

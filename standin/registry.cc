@@ -4,28 +4,25 @@
 #include "standin/handles.h"
 
 #include <algorithm>
-#include <cstring>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
-
-namespace {
 
 struct RegistryKey {
     Descriptor Directory;
 };
 
-LSTATUS Status(DWORD error) {
+static LSTATUS Status(DWORD error) {
     return static_cast<LSTATUS>(error);
 }
 
-Descriptor OpenBelow(const Descriptor& directory, const std::string& name, bool create) {
+static Descriptor OpenBelow(const Descriptor& directory, const std::string& name, bool create) {
     if (create) mkdirat(directory.Get(), name.c_str(), 0700);
     return Descriptor(openat(directory.Get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 /// Opens a key below HKEY_CURRENT_USER; backslashes separate the parts of its path.
-LSTATUS OpenKey(LPCWSTR subKey, bool create, HKEY* key) {
+static LSTATUS OpenKey(LPCWSTR subKey, bool create, HKEY* key) {
     Descriptor directory = OpenBelow(OpenSharedDirectory(), "registry", create);
     for (std::u16string_view rest(subKey); directory && !rest.empty();) {
         const std::size_t end = std::min(rest.find(u'\\'), rest.size());
@@ -39,20 +36,9 @@ LSTATUS OpenKey(LPCWSTR subKey, bool create, HKEY* key) {
     return ERROR_SUCCESS;
 }
 
-std::string ValueFile(LPCWSTR valueName) {
+static std::string ValueFile(LPCWSTR valueName) {
     return "value." + FileNameFor(valueName);
 }
-
-std::string ReadAll(const Descriptor& file) {
-    std::string content;
-    char bytes[4096];
-    for (ssize_t count = 0; file && (count = read(file.Get(), bytes, sizeof(bytes))) > 0;) {
-        content.append(bytes, static_cast<std::size_t>(count));
-    }
-    return content;
-}
-
-}  // namespace
 
 LSTATUS RegOpenKeyExW(HKEY, LPCWSTR subKey, DWORD, REGSAM, HKEY* key) {
     return OpenKey(subKey, false, key);
@@ -67,14 +53,13 @@ LSTATUS RegQueryValueExW(HKEY handle, LPCWSTR valueName, LPDWORD, LPDWORD type, 
     const std::shared_ptr<RegistryKey> key = FindHandle<RegistryKey>(handle);
     if (!key) return Status(ERROR_INVALID_HANDLE);
     const Descriptor lock = LockSharedDirectory();
-    const std::string content =
-        ReadAll(Descriptor(openat(key->Directory.Get(), ValueFile(valueName).c_str(), O_RDONLY | O_CLOEXEC)));
-    if (content.size() < sizeof(DWORD)) return Status(ERROR_FILE_NOT_FOUND);
-    std::memcpy(type, content.data(), sizeof(DWORD));
-    const std::size_t needed = content.size() - sizeof(DWORD);
-    const bool fits = *size >= needed;
-    if (fits) std::memcpy(data, content.data() + sizeof(DWORD), needed);
-    *size = static_cast<DWORD>(needed);
+    const Descriptor file(openat(key->Directory.Get(), ValueFile(valueName).c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status = {};
+    if (!file || read(file.Get(), type, sizeof(*type)) != sizeof(*type)) return Status(ERROR_FILE_NOT_FOUND);
+    fstat(file.Get(), &status);
+    const auto needed = static_cast<DWORD>(static_cast<std::size_t>(status.st_size) - sizeof(*type));
+    const bool fits = *size >= needed && read(file.Get(), data, needed) == needed;
+    *size = needed;
     return fits ? ERROR_SUCCESS : Status(ERROR_MORE_DATA);
 }
 
@@ -92,9 +77,8 @@ LSTATUS RegSetValueExW(HKEY handle, LPCWSTR valueName, DWORD, DWORD type, const 
 
 LSTATUS RegDeleteValueW(HKEY handle, LPCWSTR valueName) {
     const std::shared_ptr<RegistryKey> key = FindHandle<RegistryKey>(handle);
-    if (!key) return Status(ERROR_INVALID_HANDLE);
     const Descriptor lock = LockSharedDirectory();
-    const bool deleted = unlinkat(key->Directory.Get(), ValueFile(valueName).c_str(), 0) == 0;
+    const bool deleted = key && unlinkat(key->Directory.Get(), ValueFile(valueName).c_str(), 0) == 0;
     return deleted ? ERROR_SUCCESS : Status(ERROR_FILE_NOT_FOUND);
 }
 

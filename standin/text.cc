@@ -16,10 +16,7 @@ constexpr char16_t Replacement = 0xFFFD;
 char32_t TakeCodePoint(std::string_view& rest) {
     const auto byteAt = [&rest](std::size_t i) { return static_cast<unsigned char>(rest[i]); };
     const unsigned char lead = byteAt(0);
-    std::size_t length = 1;
-    if (lead >= 0xC2 && lead <= 0xDF) length = 2;
-    if (lead >= 0xE0 && lead <= 0xEF) length = 3;
-    if (lead >= 0xF0 && lead <= 0xF4) length = 4;
+    const std::size_t length = lead < 0xC2 || lead > 0xF4 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
     if (length == 1) {
         rest.remove_prefix(1);
         return lead < 0x80 ? lead : Replacement;
@@ -64,8 +61,8 @@ std::basic_string_view<Unit> Source(const Unit* source, int length) {
     return {source, std::char_traits<Unit>::length(source) + 1};
 }
 
-char16_t LowerAscii(char16_t unit) {
-    return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + 32) : unit;
+int LowerAscii(char16_t unit) {
+    return unit >= u'A' && unit <= u'Z' ? unit + 32 : unit;
 }
 
 }  // namespace
@@ -75,12 +72,8 @@ std::u16string Utf16From(std::string_view utf8) {
     wide.reserve(utf8.size());
     while (!utf8.empty()) {
         const char32_t point = TakeCodePoint(utf8);
-        if (point < 0x10000) {
-            wide += static_cast<char16_t>(point);
-        } else {
-            wide += static_cast<char16_t>(0xD800 + ((point - 0x10000) >> 10));
-            wide += static_cast<char16_t>(0xDC00 + ((point - 0x10000) & 0x3FF));
-        }
+        if (point >= 0x10000) wide += static_cast<char16_t>(0xD7C0 + (point >> 10));
+        wide += static_cast<char16_t>(point < 0x10000 ? point : 0xDC00 + (point & 0x3FF));
     }
     return wide;
 }
@@ -98,9 +91,7 @@ std::string Utf8From(std::u16string_view utf16) {
         constexpr char32_t leads[] = {0, 0xC0, 0xE0, 0xF0};
         const int following = point < 0x80 ? 0 : point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
         bytes += static_cast<char>(leads[following] | point >> 6 * following);
-        for (int shift = 6 * (following - 1); shift >= 0; shift -= 6) {
-            bytes += static_cast<char>(0x80 | (point >> shift & 0x3F));
-        }
+        for (int i = following - 1; i >= 0; --i) bytes += static_cast<char>(0x80 | (point >> 6 * i & 0x3F));
     }
     return bytes;
 }
@@ -143,8 +134,7 @@ int _wcsicmp(LPCWSTR left, LPCWSTR right) {
 }
 
 int StandinIsWideSpace(std::wint_t unit) {
-    const bool isSpace = (unit >= 9 && unit <= 13) || unit == 0x20 || unit == 0x85 || unit == 0xA0 || unit == 0x1680 ||
-                         (unit >= 0x2000 && unit <= 0x200A) || unit == 0x2028 || unit == 0x2029 || unit == 0x202F ||
-                         unit == 0x205F || unit == 0x3000;
-    return isSpace ? 1 : 0;
+    constexpr std::wstring_view others = L"\x20\x85\xA0\u1680\u2028\u2029\u202F\u205F\u3000";
+    const bool inRange = (unit >= 9 && unit <= 13) || (unit >= 0x2000 && unit <= 0x200A);
+    return inRange || others.find(static_cast<wchar_t>(unit)) != others.npos ? 1 : 0;
 }

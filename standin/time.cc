@@ -4,26 +4,22 @@
 #include <cstdint>
 #include <time.h>
 
-namespace {
-
 // File times count 100 ns from the first day of 1601; the machine counts from the first day of 1970.
 constexpr std::int64_t TicksPerSecond = 10'000'000;
 constexpr std::int64_t SecondsToUnixEpoch = 11'644'473'600;
 
-std::int64_t Ticks(const FILETIME& time) {
+static std::int64_t Ticks(const FILETIME& time) {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
 }
 
-FILETIME FileTime(std::int64_t ticks) {
+static FILETIME FileTime(std::int64_t ticks) {
     const auto bits = static_cast<std::uint64_t>(ticks);
     return {static_cast<DWORD>(bits), static_cast<DWORD>(bits >> 32)};
 }
 
-time_t UnixSeconds(const FILETIME& time) {
+static time_t UnixSeconds(const FILETIME& time) {
     return Ticks(time) / TicksPerSecond - SecondsToUnixEpoch;
 }
-
-}  // namespace
 
 DWORD GetTickCount() {
     timespec now = {};

@@ -19,13 +19,11 @@ using BYTE = std::uint8_t;
 using WORD = std::uint16_t;
 using DWORD = std::uint32_t;
 using UINT = std::uint32_t;
-using LONG = std::int32_t;
 using BOOL = int;
-using SIZE_T = std::size_t;
 using WPARAM = std::uintptr_t;
 using LPARAM = std::intptr_t;
 using LRESULT = std::intptr_t;
-using LSTATUS = LONG;
+using LSTATUS = std::int32_t;
 using REGSAM = DWORD;
 using errno_t = int;
 using LPVOID = void*;
@@ -57,7 +55,6 @@ DWORD GetLastError();
 void SetLastError(DWORD code);
 
 // ---- Handles, pipes and files --------------------------------------------------------------------------------------
-
 inline constexpr DWORD GENERIC_READ = 0x80000000, GENERIC_WRITE = 0x40000000, OPEN_EXISTING = 3,
                        FILE_ATTRIBUTE_NORMAL = 0x80;
 inline constexpr DWORD PIPE_ACCESS_DUPLEX = 3, PIPE_TYPE_BYTE = 0, PIPE_READMODE_BYTE = 0, PIPE_WAIT = 0,
@@ -81,7 +78,6 @@ BOOL CloseHandle(HANDLE handle);
 HANDLE GetStdHandle(DWORD which);
 
 // ---- Registry ------------------------------------------------------------------------------------------------------
-
 inline const HKEY HKEY_CURRENT_USER = reinterpret_cast<HKEY>(static_cast<std::uintptr_t>(0x80000001));
 inline constexpr REGSAM KEY_QUERY_VALUE = 1, KEY_SET_VALUE = 2;
 inline constexpr DWORD REG_OPTION_NON_VOLATILE = 0, REG_SZ = 1, REG_EXPAND_SZ = 2, REG_BINARY = 3, REG_DWORD = 4;
@@ -95,7 +91,6 @@ LSTATUS RegDeleteValueW(HKEY key, LPCWSTR valueName);
 LSTATUS RegCloseKey(HKEY key);
 
 // ---- Time ----------------------------------------------------------------------------------------------------------
-
 struct FILETIME {
     DWORD dwLowDateTime, dwHighDateTime;
 };
@@ -111,7 +106,6 @@ BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local);
 BOOL FileTimeToSystemTime(const FILETIME* time, SYSTEMTIME* fields);
 
 // ---- Processes and modules -----------------------------------------------------------------------------------------
-
 inline constexpr DWORD TH32CS_SNAPPROCESS = 2, SYNCHRONIZE = 0x100000, PROCESS_QUERY_LIMITED_INFORMATION = 0x1000;
 inline constexpr DWORD STILL_ACTIVE = 259, WAIT_OBJECT_0 = 0, WAIT_TIMEOUT = 258, WAIT_FAILED = 0xFFFFFFFF;
 inline constexpr DWORD DLL_PROCESS_DETACH = 0, DLL_PROCESS_ATTACH = 1, GET_MODULE_HANDLE_EX_FLAG_PIN = 1,
@@ -137,7 +131,6 @@ BOOL GetModuleHandleExW(DWORD flags, LPCWSTR address, HMODULE* module);
 BOOL DisableThreadLibraryCalls(HMODULE module);
 
 // ---- Windows and messages ------------------------------------------------------------------------------------------
-
 using WNDPROC = LRESULT (*)(HWND, UINT, WPARAM, LPARAM);
 
 inline constexpr UINT WM_DESTROY = 0x0002, WM_CLOSE = 0x0010, WM_QUIT = 0x0012, WM_APP = 0x8000;
@@ -170,11 +163,10 @@ BOOL PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 void PostQuitMessage(int exitCode);
 BOOL GetMessageW(MSG* message, HWND window, UINT first, UINT last);
 LRESULT DispatchMessageW(const MSG* message);
-LPVOID CoTaskMemAlloc(SIZE_T size);
+LPVOID CoTaskMemAlloc(std::size_t size);
 void CoTaskMemFree(LPVOID block);
 
 // ---- Console and text ----------------------------------------------------------------------------------------------
-
 using PHANDLER_ROUTINE = BOOL (*)(DWORD);
 
 inline constexpr DWORD CTRL_C_EVENT = 0;
