@@ -62,7 +62,7 @@ int RunViewer() {
 }
 
 std::unique_ptr<ChildProcess> StartViewer(const WideString& self) {
-    auto viewer = std::make_unique<ChildProcess>(self, TEXT("--viewer"));
+    auto viewer = std::make_unique<ChildProcess>(self, std::vector<std::string>{"--viewer"});
     if (viewer->Read("serving") != "") Say("the viewer did not start"), ++hung;
     return viewer;
 }
