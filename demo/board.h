@@ -1,76 +1,55 @@
-/// The board that the viewer shows, its drawing set, and their files.
+/// A board and its file, which is JSON with the names of these members.
 #pragma once
 
 #include "text.h"
 
+#include <array>
+#include <nlohmann/json.hpp>
+
 /// In millimetres on the board or in points on a page; x to the right, y downwards.
-struct Box {
-    double left = 0, top = 0, right = 0, bottom = 0;
-};
+using Box = std::array<double, 4>;
+enum { Left, Top, Right, Bottom };
 
 struct Pin {
     std::string number, name, net;
-    Box pad;
+    Box pad{};
 };
 
 struct Component {
-    std::string refdes, side, package, info, displayInfo, note;
-    Box body;
+    static constexpr char Kind[] = "component";
+    std::string name, side, package, description, displayInfo, note;
+    Box body{};
     std::vector<Pin> pins;
 };
 
 struct Net {
+    static constexpr char Kind[] = "net";
     std::string name, description, note;
-    std::string noConnect;  ///< "0" or "1"
+    std::string noConnect;  ///< "1" for a net that connects nothing
 };
 
 struct Board {
     std::string name;
-    std::string schematic;     ///< path of the drawing set, relative to the board's file; empty for none
+    std::string schematic;     ///< file name of the drawing set beside the board; empty for none
     std::vector<Box> outline;  ///< boxes that make its shape together
     std::vector<Component> components;
     std::vector<Net> nets;
 };
 
-/// One page of a drawing set: the parts of one side of the board, the bottom as seen through it, and text below them.
-struct Page {
-    std::string side, text;
-};
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Pin, number, name, net, pad)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Component, name, side, package, description, displayInfo, note, body,
+                                                pins)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Net, name, description, note, noConnect)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Board, name, schematic, outline, components, nets)
 
-struct Word {
-    Box box;
-    std::string text;
-};
-
-constexpr Box WholePage{0, 0, 660, 720};
-constexpr int LetterColumns = 5, LetterRows = 7, LetterAdvance = 6;  ///< a letter's dots, each a point wide and high
-
-/// A board's file has a line for each record and tabs between its columns. Loading throws a Refusal with the line that
-/// can't be read, storing when the file can't be written.
+/// Throws a Refusal when the file can't be read or is not a board.
 Board LoadBoard(const std::filesystem::path& path);
-void SaveBoard(const Board& board, const std::filesystem::path& path);
 
-/// The pages of a drawing set: plain text, parted by form feeds; the sides take turns. Throws a Refusal.
-std::vector<Page> LoadPages(const std::filesystem::path& path);
-
-/// The record whose member has this text, in any case; null when there is none. Valid until the vector changes.
+/// The record of this name, in any case; null when there is none. Valid until the vector changes.
 template <typename Record>
-Record* Find(std::vector<Record>& records, std::string Record::*member, std::string_view text) {
+Record* Find(std::vector<Record>& records, std::string_view name) {
     for (Record& record : records) {
-        if (Lower(record.*member) == Lower(text)) return &record;
+        if (!name.empty() && Lower(record.name) == Lower(name)) return &record;
     }
     return nullptr;
 }
-
-/// "left,top,right,bottom".
-std::string BoxText(const Box& box);
-
-/// The box with its edges moved outwards.
-Box Grown(const Box& box, double by);
-
-/// Where a box of the board and a part's label stand on a page.
-Box OnPage(const Box& box);
-Word LabelOf(const Component& component);
-
-/// All words of a page: first the labels of its parts, then its text.
-std::vector<Word> WordsOf(const Board& board, const Page& page);

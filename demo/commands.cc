@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include "picture.h"
 #include "platform/platform.h"
 
 #include <algorithm>
@@ -9,47 +10,84 @@
 
 namespace {
 
-/// What makes a sentence of a query and says nothing of a part.
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+/// The tab-separated fields of a command's text. A handler gets at least as many as its row in the table asks for.
+using Fields = std::vector<std::string>;
+
+/// Words of a question that describe no part.
 constexpr std::string_view IdleWords =
     " find select show highlight where what which is the a an all on of board components ";
-constexpr std::size_t ConsoleTextLength = 48, ConsoleReplyLength = 80, LongestRefusal = 1000;
+
+/// A field as a number that is not negative, flags too.
+std::size_t Number(const Fields& fields, std::size_t index) {
+    const std::string& text = fields[index];
+    unsigned value = 0;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (failure == std::errc{} && end == text.data() + text.size()) return value;
+    throw Refusal("Field " + std::to_string(index + 1) + " must be a number, not '" + text + "'.");
+}
+
+/// The file that an argument names, which must exist, or must not when it is to be written. An agent may have read its
+/// arguments in a hostile document, so commands reach nothing but files with this extension that lie directly in the
+/// board's folder.
+enum class Expect { File, NoFile };
+fs::path FileBesideBoard(const Viewer& viewer, const std::string& name, const char* extension,
+                         Expect expect = Expect::File) {
+    const fs::path folder = viewer.boardPath.parent_path(), path = fs::weakly_canonical(folder / PathOf(name));
+    const fs::file_type type = fs::symlink_status(path).type();  // a link that is left here leads nowhere yet
+    const bool fits = path.parent_path() == folder && path.extension() == extension && OneLine(name) == name &&
+                      PathText(path.filename()).find(':') == std::string::npos;  // a stream of another file
+    if (!fits || (type != fs::file_type::regular && type != fs::file_type::not_found)) {
+        throw Refusal("'" + name + "' is out of bounds. Name a file *" + extension + " in the board's folder, " +
+                      PathText(folder) + ".");
+    }
+    if ((type == fs::file_type::regular) == (expect == Expect::File)) return path;
+    throw Refusal("'" + name +
+                  (expect == Expect::File ? "' doesn't exist." : "' exists already. Choose another name."));
+}
 
 template <typename Record>
-Record& Get(std::vector<Record>& records, std::string Record::*name, const std::string& wanted) {
-    if (Record* record = Find(records, name, wanted)) return *record;
-    throw Refusal("There is no '" + wanted + "' on this board.");
+Record& Get(std::vector<Record>& records, const std::string& name) {
+    if (Record* record = Find(records, name)) return *record;
+    throw Refusal("There is no " + std::string(Record::Kind) + " '" + name + "' on this board.");
 }
 
 std::string SelectionEntries(Viewer& viewer) {
-    const Component* component = Find(viewer.board.components, &Component::refdes, viewer.selectedRefdes);
-    return Entry("selected_refdes", viewer.selectedRefdes) + Entry("selected_info", component ? component->info : "") +
+    const Component* part = Find(viewer.board.components, viewer.selectedRefdes);
+    return Entry("selected_refdes", viewer.selectedRefdes) + Entry("selected_info", part ? part->description : "") +
            Entry("selected_pin", viewer.selectedPin) + Entry("selected_net", viewer.selectedNet);
 }
 
-/// Selects, and replies in the words by which an agent knows that it has nothing more to do.
+/// Selects, and replies in the words that tell an agent that it has nothing more to do.
 std::string Select(Viewer& viewer, const std::string& refdes, const std::string& pin, const std::string& net,
                    const std::string& details) {
     viewer.selectedRefdes = refdes;
     viewer.selectedPin = pin;
     viewer.selectedNet = net;
     return "ORVANE_FINAL selected=true stop=true no_followup_tools=true\n" + SelectionEntries(viewer) + details +
-           "STOP NOW: it is selected and centred on the board. Answer from this result.";
+           "STOP NOW: the selection is highlighted and centred on the board. Answer from this result.";
 }
 
 std::string SelectComponent(Viewer& viewer, const Fields& fields) {
-    const Component& component = Get(viewer.board.components, &Component::refdes, fields[0]);
-    return Select(viewer, component.refdes, "", "", Entry("side", component.side));
+    const Component& part = Get(viewer.board.components, fields[0]);
+    return Select(viewer, part.name, "", "", Entry("side", part.side));
 }
 
 std::string SelectPin(Viewer& viewer, const Fields& fields) {
-    Component& component = Get(viewer.board.components, &Component::refdes, fields[0]);
-    const Pin* pin = Find(component.pins, &Pin::number, fields[1]);
-    if (!pin) pin = &Get(component.pins, &Pin::name, fields[1]);
-    return Select(viewer, component.refdes, pin->number, pin->net, Entry("pin_name", pin->name));
+    const Component& part = Get(viewer.board.components, fields[0]);
+    for (const auto member : {&Pin::number, &Pin::name}) {
+        for (const Pin& pin : part.pins) {
+            if (Lower(pin.*member) != Lower(fields[1])) continue;
+            return Select(viewer, part.name, pin.number, pin.net, Entry("pin_name", pin.name));
+        }
+    }
+    throw Refusal("There is no pin '" + fields[1] + "' on " + part.name + ".");
 }
 
 std::string SelectNet(Viewer& viewer, const Fields& fields) {
-    const Net& net = Get(viewer.board.nets, &Net::name, fields[0]);
+    const Net& net = Get(viewer.board.nets, fields[0]);
     return Select(viewer, "", "", net.name, Entry("net_description", net.description));
 }
 
@@ -61,115 +99,111 @@ std::string GetBoardState(Viewer& viewer, const Fields&) {
 }
 
 std::string GetComponent(Viewer& viewer, const Fields& fields) {
-    const Component& component = Get(viewer.board.components, &Component::refdes, fields[0]);
-    std::string text = Entry("refdes", component.refdes) + Entry("Info", component.info) +
-                       Entry("display_info", component.displayInfo) + Entry("note", component.note) +
-                       Entry("side", component.side) + Entry("package", component.package);
-    for (const Pin& pin : component.pins) text += "pin " + pin.number + "\t" + pin.name + "\t" + pin.net + "\n";
-    return text;
+    const Component& part = Get(viewer.board.components, fields[0]);
+    std::string reply = Entry("refdes", part.name) + Entry("Info", part.description) +
+                        Entry("display_info", part.displayInfo) + Entry("note", part.note) + Entry("side", part.side) +
+                        Entry("package", part.package) + Entry("pins", part.pins.size());
+    for (const Pin& pin : part.pins) reply += Row("pin", {pin.number, pin.name, pin.net});
+    return reply;
 }
 
 std::string GetNet(Viewer& viewer, const Fields& fields) {
-    const Net& net = Get(viewer.board.nets, &Net::name, fields[0]);
-    std::vector<std::string> pins;
-    for (const Component& component : viewer.board.components) {
-        for (const Pin& pin : component.pins) {
-            if (Lower(pin.net) == Lower(net.name)) pins.push_back(component.refdes + "." + pin.number);
+    const Net& net = Get(viewer.board.nets, fields[0]);
+    Fields pins;
+    for (const Component& part : viewer.board.components) {
+        for (const Pin& pin : part.pins) {
+            if (Lower(pin.net) == Lower(net.name)) pins.push_back(part.name + "." + pin.number);
         }
     }
     return Entry("net", net.name) + Entry("description", net.description) + Entry("note", net.note) +
-           Entry("no_connect", net.noConnect) + Entry("pin_count", pins.size()) + Entry("pins", Joined(pins));
+           Entry("no_connect", net.noConnect == "1") + Entry("pin_count", pins.size()) + Entry("pins", Joined(pins));
 }
 
-std::string CatalogueRow(const Component& component, bool withNets) {
+std::string CatalogueRow(const Component& part, bool withNets) {
     std::set<std::string> nets;
-    for (const Pin& pin : component.pins) nets.insert(pin.net);
-    return component.refdes + "\t" + OneLine(component.info) + "\t" + component.side + "\t" +
-           std::to_string(component.pins.size()) + " pins" +
-           (withNets ? "\t" + Joined({nets.begin(), nets.end()}) : "") + "\n";
+    for (const Pin& pin : part.pins) nets.insert(pin.net);
+    Fields cells = {part.name, part.description, part.side, std::to_string(part.pins.size()) + " pins"};
+    if (withNets) cells.push_back(Joined({nets.begin(), nets.end()}));
+    return Row("component", cells);
 }
 
 /// What searches look through.
-std::string SearchText(const Component& component) {
-    std::string text = Joined({component.refdes, component.info, component.displayInfo, component.note,
-                               component.package, std::to_string(component.pins.size()) + "-pin"});
-    for (const Pin& pin : component.pins) text += " " + pin.name + " " + pin.net;
-    return text;
+std::string SearchText(const Component& part) {
+    Fields words = {part.name, part.description, part.displayInfo, part.note, part.package};
+    words.push_back(std::to_string(part.pins.size()) + "-pin");
+    for (const Pin& pin : part.pins) words.insert(words.end(), {pin.name, pin.net});
+    return Joined(words);
 }
 
 /// Fields: offset, limit, include_nets, query.
 std::string ListComponents(Viewer& viewer, const Fields& fields) {
-    const std::size_t offset = Number(fields, 0), limit = Number(fields, 1), withNets = Number(fields, 2);
+    const std::size_t offset = Number(fields, 0), end = offset + Number(fields, 1), withNets = Number(fields, 2);
     std::string rows;
     std::size_t total = 0;
-    for (const Component& component : viewer.board.components) {
-        if (!HasWords(SearchText(component), fields[3])) continue;
-        if (total >= offset && total < offset + limit) rows += CatalogueRow(component, withNets != 0);
+    for (const Component& part : viewer.board.components) {
+        if (!HasWords(SearchText(part), fields[3])) continue;
+        if (total >= offset && total < end) rows += CatalogueRow(part, withNets != 0);
         ++total;
     }
-    return Entry("total", total) + (total > offset + limit ? Entry("next_offset", offset + limit) : "") + rows;
+    return Entry("total", total) + (total > end ? Entry("next_offset", end) : "") + rows;
 }
 
-/// Fields: the query, with "SHOW_UI" in front of it when the matches are to show in Find parts.
+/// Fields: the query; before it "SHOW_UI" when the matches are to be shown in Find parts.
 std::string FindComponents(Viewer& viewer, const Fields& fields) {
     const bool show = fields[0] == "SHOW_UI" && fields.size() > 1;
-    std::vector<std::string> words = SplitAt(Lower(fields[show ? 1 : 0]), ' ');
+    Fields words = SplitAt(Lower(fields[show ? 1 : 0]), ' ');
     std::erase_if(words, [](const std::string& word) { return IdleWords.find(" " + word + " ") != IdleWords.npos; });
+    const std::string wanted = Joined(words);
     std::string rows;
     std::size_t matches = 0;
     const Component* best = nullptr;
-    for (const Component& component : viewer.board.components) {
-        if (words.empty() || !HasWords(SearchText(component), Joined(words))) continue;
+    for (const Component& part : viewer.board.components) {
+        if (wanted.empty() || !HasWords(SearchText(part), wanted)) continue;
         ++matches;
-        rows += CatalogueRow(component, false);
+        rows += CatalogueRow(part, false);
         // Whoever asks for a charger means the chip, not the coil beside it.
-        if (!best || component.pins.size() > best->pins.size()) best = &component;
+        if (!best || part.pins.size() > best->pins.size()) best = &part;
     }
-    if (!best) return "ORVANE_NO_LOCAL_CANDIDATE\nNothing on this board has: " + Joined(words);
-    return Select(viewer, best->refdes, "", "", Entry(show ? "shown_in_find_parts" : "matches", matches) + rows);
+    if (!best) return "ORVANE_NO_LOCAL_CANDIDATE\n" + Entry("nothing_matches", wanted);
+    return Select(viewer, best->name, "", "", Entry(show ? "shown_in_find_parts" : "matches", matches) + rows);
 }
 
+/// Sets a field of a part or a net by the name that the update tools have for it.
 template <typename Record>
-using Members = std::map<std::string, std::string Record::*>;
+void SetField(Record& record, const std::string& field, const std::string& value) {
+    static const std::map<std::string, std::string> members = {
+        {"new_refdes", "name"},   {"description", "description"},  {"note", "note"},     {"info", "description"},
+        {"value", "description"}, {"display_info", "displayInfo"}, {"new_name", "name"}, {"no_connect", "noConnect"}};
+    json edited = record;
+    const auto member = members.find(field);
+    if (member == members.end() || !edited.contains(member->second))
+        throw Refusal("There is no field '" + field + "'.");
+    edited[member->second] = OneLine(value);
+    record = edited.get<Record>();
+}
 
-const Members<Component> ComponentEdits = {{"new_refdes", &Component::refdes},
-                                           {"description", &Component::info},
-                                           {"display_info", &Component::displayInfo},
-                                           {"note", &Component::note}};
-const Members<Net> NetEdits = {{"new_name", &Net::name},
-                               {"description", &Net::description},
-                               {"note", &Net::note},
-                               {"no_connect", &Net::noConnect}};
-
-/// Makes the edits that stand in pairs behind the first field, all or none. A new name must be free.
+/// Makes the edits in the pairs after the first field, all or none, and returns the record. A new name must be free.
 template <typename Record>
-void Edit(std::vector<Record>& records, Record& record, std::string Record::*name, const Members<Record>& members,
-          const Fields& fields) {
-    Record edited = record;
-    for (std::size_t i = 1; i < fields.size(); i += 2) {
-        const auto member = members.find(fields[i]);
-        if (member == members.end() || i + 1 == fields.size()) throw Refusal("Not to be edited: '" + fields[i] + "'.");
-        edited.*member->second = fields[i + 1];
-    }
-    const Record* other = Find(records, name, edited.*name);
-    if ((edited.*name).empty() || (other && other != &record)) throw Refusal("The new name is empty or taken.");
-    record = std::move(edited);
+Record& Edit(std::vector<Record>& records, const Fields& fields) {
+    Record &record = Get(records, fields[0]), edited = record;
+    for (std::size_t i = 1; i + 1 < fields.size(); i += 2) SetField(edited, fields[i], fields[i + 1]);
+    const Record* holder = Find(records, edited.name);
+    if (edited.name.empty() || (holder && holder != &record)) throw Refusal("The new name is empty or taken.");
+    return record = std::move(edited);
 }
 
 /// Fields: refdes, then pairs of new_refdes, description, display_info, note.
 std::string UpdateComponent(Viewer& viewer, const Fields& fields) {
-    Component& component = Get(viewer.board.components, &Component::refdes, fields[0]);
-    Edit(viewer.board.components, component, &Component::refdes, ComponentEdits, fields);
-    if (Lower(viewer.selectedRefdes) == Lower(fields[0])) viewer.selectedRefdes = component.refdes;
-    return "COMPONENT_UPDATED\n" + GetComponent(viewer, {component.refdes});
+    const Component& part = Edit(viewer.board.components, fields);
+    if (Lower(viewer.selectedRefdes) == Lower(fields[0])) viewer.selectedRefdes = part.name;
+    return "COMPONENT_UPDATED\n" + GetComponent(viewer, {part.name});
 }
 
 /// Fields: net, then pairs of new_name, description, note, no_connect.
 std::string UpdateNet(Viewer& viewer, const Fields& fields) {
-    Net& net = Get(viewer.board.nets, &Net::name, fields[0]);
-    Edit(viewer.board.nets, net, &Net::name, NetEdits, fields);
-    for (Component& component : viewer.board.components) {
-        for (Pin& pin : component.pins) {
+    const Net& net = Edit(viewer.board.nets, fields);
+    for (Component& part : viewer.board.components) {
+        for (Pin& pin : part.pins) {
             if (Lower(pin.net) == Lower(fields[0])) pin.net = net.name;
         }
     }
@@ -177,41 +211,224 @@ std::string UpdateNet(Viewer& viewer, const Fields& fields) {
     return "NET_UPDATED\n" + GetNet(viewer, {net.name});
 }
 
-/// Fields: field, skip_missing, dry_run, updates, updates_path. The updates themselves go before a file of them.
-/// All of them are made or none.
-std::string BulkUpdateComponents(Viewer& viewer, const Fields& fields) {
-    Members<Component> members = ComponentEdits;
-    members.erase("new_refdes");
-    members["info"] = &Component::info;
-    // Where a plain "value" goes. A board has no field of that name but the description.
-    const auto field = members.find(fields[0] == "value" ? "description" : fields[0]);
-    if (field == members.end()) throw Refusal("There is no field '" + fields[0] + "'.");
-    members["value"] = field->second;
-    const bool skipMissing = Number(fields, 1) != 0, dryRun = Number(fields, 2) != 0;
-    auto updates = ReadJsonRecords(fields[3].empty() ? LoadBytes(PathOf(fields[4])) : fields[3]);
+using Updates = std::vector<std::map<std::string, std::string>>;
 
-    std::vector<Component> edited = viewer.board.components;
-    std::vector<std::string> missing;
-    for (auto& update : updates) {
-        Component* component = Find(edited, &Component::refdes, update["refdes"]);
-        if (!component) missing.push_back(update["refdes"]);
-        for (const auto& [key, value] : update) {
-            if (component && members.contains(key)) component->*members.at(key) = value;
-        }
+Updates ReadUpdates(const std::string& text) try {
+    const json updates = json::parse(text);
+    return updates.is_null() ? Updates() : updates.get<Updates>();
+} catch (const json::exception&) {
+    throw Refusal("The updates must be a JSON array of objects, with a text for each field.");
+}
+
+/// Fields: field, skip_missing, dry_run, updates, updates_path. The file counts when no updates come with the command.
+/// All updates are made or none.
+std::string BulkUpdateComponents(Viewer& viewer, const Fields& fields) {
+    const bool skipMissing = Number(fields, 1) != 0, dryRun = Number(fields, 2) != 0;
+    Updates updates = fields[3].empty() ? Updates() : ReadUpdates(fields[3]);
+    if (updates.empty() && !fields[4].empty()) {
+        updates = ReadUpdates(LoadBytes(FileBesideBoard(viewer, fields[4], ".json")));
     }
-    if (!missing.empty() && !skipMissing) throw Refusal("Nothing was changed: not on this board: " + Joined(missing));
+    std::vector<Component> edited = viewer.board.components;
+    Fields missing;
+    for (auto& update : updates) {
+        const std::string refdes = update["refdes"];
+        Component* const part = Find(edited, refdes);
+        if (!part) missing.push_back(refdes.empty() ? "(no refdes)" : refdes);
+        update.erase("refdes");
+        Component unused;
+        unused.name = refdes;
+        Component& target = part ? *part : unused;
+        for (const auto& [key, value] : update) SetField(target, key == "value" ? fields[0] : key, value);
+        if (Lower(target.name) != Lower(refdes)) throw Refusal("Rename a component with update_component.");
+    }
+    if (!missing.empty() && !skipMissing) throw Refusal("Nothing was changed. Not on this board: " + Joined(missing));
     if (!dryRun) viewer.board.components = std::move(edited);
     return "BULK_UPDATE\n" + Entry("dry_run", dryRun ? "true" : "false") +
            Entry("updated", updates.size() - missing.size()) + Entry("missing_refdes", Joined(missing));
 }
 
 std::string ExportOrv(Viewer& viewer, const Fields& fields) {
-    const std::filesystem::path path = std::filesystem::absolute(PathOf(fields[0])).lexically_normal();
-    Board board = viewer.board;
-    // The drawing set is named relative to the board's file, and this file may stand elsewhere.
-    if (!viewer.schematicPath.empty()) board.schematic = PathText(proximate(viewer.schematicPath, path.parent_path()));
-    SaveBoard(board, path);
+    const fs::path path = FileBesideBoard(viewer, fields[0], ".orv", Expect::NoFile);
+    viewer.board.schematic = PathText(viewer.schematicPath.filename());
+    StoreBytes(path, json(viewer.board).dump(1, ' ', false, json::error_handler_t::replace));
     return "ORV_EXPORTED\n" + Entry("exported_path", PathText(path));
+}
+
+/// "boardview" or "pdf", in the words of the tools; empty for a file that is neither. Drawing sets stand for PDFs.
+std::string KindOf(const fs::path& path) {
+    return path.extension() == ".orv" ? "boardview" : path.extension() == ".sch" ? "pdf" : "";
+}
+
+/// The board and drawing files in the board's folder whose names have all these words, in order. Links don't count.
+std::set<fs::path> FilesBesideBoard(const Viewer& viewer, const std::string& words) {
+    std::set<fs::path> files;
+    for (const auto& entry : fs::directory_iterator(viewer.boardPath.parent_path())) {
+        const std::string kind = KindOf(entry.path());
+        const bool wanted = HasWords(PathText(entry.path().filename()) + " " + kind, words);
+        if (wanted && !kind.empty() && entry.symlink_status().type() == fs::file_type::regular) files.insert(entry);
+    }
+    return files;
+}
+
+/// Fields: open_first, limit, show_window, open_mode, highlight_whole_word, highlight_text, query, whole_word, regex,
+/// extended_search.
+std::string SearchFiles(Viewer& viewer, const Fields& fields) {
+    const std::size_t openFirst = Number(fields, 0), limit = Number(fields, 1);
+    const std::set<fs::path> files = FilesBesideBoard(viewer, fields[6]);
+    std::string opened, rows;
+    std::size_t listed = 0;
+    for (const fs::path& path : files) {
+        if (listed++ < limit) rows += Row("file", {KindOf(path), PathText(path)});
+    }
+    if (openFirst != 0 && !files.empty()) {
+        const fs::path& path = *files.begin();
+        if (KindOf(path) == "boardview") OpenBoard(viewer, path);
+        if (KindOf(path) == "pdf" && fields[3] != "standalone") viewer.schematicPath = path;
+        opened = "ORVANE_FILE_OPENED\n" + Entry("opened_path", PathText(path));
+    }
+    return opened + Entry("found", files.size()) + rows;
+}
+
+/// What a search looks through in a file: a line for each part and net of a board, the lines of a drawing set.
+Fields LinesOf(const fs::path& path) try {
+    if (KindOf(path) != "boardview") return SplitAt(LoadBytes(path), '\n');
+    Fields lines;
+    const Board board = LoadBoard(path);
+    for (const Net& net : board.nets) lines.push_back(Joined({"net", net.name, net.description, net.note}));
+    for (const Component& part : board.components) lines.push_back("component " + SearchText(part));
+    return lines;
+} catch (const Refusal&) {
+    return {};  // one damaged file doesn't spoil the search
+}
+
+/// Fields: limit, whole_word, regex, extended_search, file_type, file_path, path_filter, file_name_contains, query,
+/// show_window.
+std::string SearchIndexedContent(Viewer& viewer, const Fields& fields) {
+    const std::size_t limit = Number(fields, 0);
+    const std::string name = PathText(PathOf(fields[5]).filename()) + " " + fields[6] + " " + fields[7];
+    std::string rows;
+    std::size_t hits = 0;
+    for (const fs::path& path : FilesBesideBoard(viewer, name + (fields[4] == "all" ? "" : " " + fields[4]))) {
+        for (const std::string& line : LinesOf(path)) {
+            if (HasWords(line, fields[8]) && hits++ < limit) rows += Row("hit", {PathText(path.filename()), line});
+        }
+    }
+    return Entry("hits", hits) + rows;
+}
+
+/// In the notes' file each entry's "match:" has its phrases, and the lines with a dash are its notes. An entry fits a
+/// question that has all words of one of its phrases.
+std::string GetDiagnosticHints(Viewer& viewer, const Fields& fields) {
+    std::string notes;
+    bool fits = false;
+    for (const std::string& whole :
+         SplitAt(LoadBytes(FileBesideBoard(viewer, "diagnostic_hints.yaml", ".yaml")), '\n')) {
+        const std::string line = OneLine(whole).substr(std::min(whole.find_first_not_of(' '), whole.size()));
+        if (line.starts_with("match: ")) {
+            const Fields phrases = SplitAt(line.substr(7), ',');
+            fits = std::ranges::any_of(phrases, [&](const std::string& words) { return HasWords(fields[0], words); });
+        }
+        if (fits && line.starts_with("- ")) notes += line + "\n";
+    }
+    return notes.empty() ? "DIAGNOSTIC_NOTES status=none" : "DIAGNOSTIC_NOTES status=match\n" + notes;
+}
+
+/// The drawing set that a command means: the one it names, or the one attached to the board.
+fs::path DrawingPath(const Viewer& viewer, const std::string& name) {
+    if (name.empty() && viewer.schematicPath.empty()) throw Refusal("No schematic is attached to this board.");
+    return FileBesideBoard(viewer, name.empty() ? PathText(viewer.schematicPath) : name, ".sch");
+}
+
+/// The pages of a drawing set: plain text with form feeds between pages; the sides take turns.
+std::vector<Page> LoadPages(const fs::path& path) {
+    std::vector<Page> pages;
+    for (const std::string& text : SplitAt(LoadBytes(path), '\f')) {
+        pages.push_back({pages.size() % 2 == 0 ? "top" : "bottom", text});
+    }
+    return pages;
+}
+
+const Page& PageOf(const std::vector<Page>& pages, std::size_t number) {
+    if (number >= 1 && number <= pages.size()) return pages[number - 1];
+    throw Refusal("There is no page " + std::to_string(number) + ": the pages are 1 to " +
+                  std::to_string(pages.size()) + ".");
+}
+
+Box Shared(const Box& a, const Box& b) {
+    return {std::max(a[Left], b[Left]), std::max(a[Top], b[Top]), std::min(a[Right], b[Right]),
+            std::min(a[Bottom], b[Bottom])};
+}
+
+bool HasInside(const Box& box) {
+    return box[Left] < box[Right] && box[Top] < box[Bottom];
+}
+
+std::string BoxText(const Box& box) {
+    return json(box).dump();
+}
+
+/// Fields: page, radius, limit, include_image, image_mode, query, pdf_path, image byte limit (0 for none).
+std::string GetPdfPageContext(Viewer& viewer, const Fields& fields) {
+    const std::size_t limit = Number(fields, 2), byteLimit = Number(fields, 7);
+    const double radius = std::clamp(static_cast<double>(Number(fields, 1)), 40.0, 500.0);
+    const fs::path path = DrawingPath(viewer, fields[6]);
+    const std::vector<Page> pages = LoadPages(path);
+    const Page& page = PageOf(pages, Number(fields, 0));
+    const std::vector<Word> words = WordsOf(viewer.board, page);
+    std::vector<Box> areas;  // around the hits
+    std::string hits, nearby;
+    for (const Word& word : words) {
+        if (fields[5].empty() || !HasWords(word.text, fields[5])) continue;
+        hits += Entry("hit", BoxText(word.box));
+        areas.push_back(Shared(Grown(word.box, radius), WholePage));
+    }
+    if (areas.empty()) areas.push_back(WholePage);
+    std::size_t listed = 0;
+    for (const Word& word : words) {
+        const auto holds = [&](const Box& area) { return HasInside(Shared(word.box, area)); };
+        if (!std::ranges::any_of(areas, holds) || listed++ >= limit) continue;
+        nearby += Row("word", {word.text, BoxText(word.box)});
+    }
+    const std::string reply = Entry("pdf_path", PathText(path)) + Entry("pages", pages.size()) +
+                              Entry("page_size", BoxText(WholePage)) + Entry("hits", hits.empty() ? 0 : areas.size()) +
+                              hits + nearby;
+    if (Number(fields, 3) == 0) return reply;
+
+    const Component* chosen = Find(viewer.board.components, fields[5]);
+    if (!chosen) chosen = Find(viewer.board.components, viewer.selectedRefdes);
+    const std::string png =
+        DrawPage(viewer.board, page, fields[4] == "page" || !HasInside(areas[0]) ? WholePage : areas[0], chosen,
+                 viewer.selectedNet, byteLimit);
+    if (png.empty()) return reply + Entry("no_image", "it would be larger than " + fields[7] + " bytes");
+    // The folder is the user's own; the process id keeps two viewers apart.
+    const fs::path image =
+        fs::temp_directory_path() / ("orvane_" + std::to_string(GetCurrentProcessId()) + "_page.png");
+    StoreBytes(image, png);
+    return "ORVANE_DISPLAY_IMAGE_REQUIRED\n" + reply + Entry("image_path", PathText(image)) +
+           "ORVANE_MCP_IMAGE mime_type=image/png data=" + Base64(png);
+}
+
+/// Fields: page_start, page_end (0 for the last), include_text, include_words, max_words_per_page, pdf_path,
+/// output_path.
+std::string PdfiumExtractText(Viewer& viewer, const Fields& fields) {
+    const std::vector<Page> pages = LoadPages(DrawingPath(viewer, fields[5]));
+    const std::size_t first = Number(fields, 0), last = Number(fields, 1) == 0 ? pages.size() : Number(fields, 1);
+    const std::size_t mostWords = Number(fields, 3) != 0 ? Number(fields, 4) : 0;
+    json list = json::array();
+    for (std::size_t number = first; number <= std::max(first, last); ++number) {
+        const Page& page = PageOf(pages, number);
+        json& entry = list.emplace_back(json{{"page", number}, {"rotation", 0}, {"box", WholePage}});
+        if (Number(fields, 2) != 0) entry["text"] = page.text;
+        for (std::vector<Word> words = WordsOf(viewer.board, page); const Word& word : words) {
+            if (static_cast<std::size_t>(&word - words.data()) < mostWords)
+                entry["words"].push_back({{"text", word.text}, {"box", word.box}});
+        }
+    }
+    const std::string text = json{{"pages", list}}.dump(-1, ' ', false, json::error_handler_t::replace);
+    if (fields[6].empty()) return text;
+    const fs::path path = FileBesideBoard(viewer, fields[6], ".json", Expect::NoFile);
+    StoreBytes(path, text);
+    return Entry("json_path", PathText(path)) + Entry("pages", list.size());
 }
 
 struct CommandRow {
@@ -256,49 +473,35 @@ void PutReply(HostCommand& command, const std::string& text) {
 
 }  // namespace
 
-std::string AnswerCommand(Viewer& viewer, HostCommand& command) {
-    const auto row = std::find_if(std::begin(Commands), std::end(Commands),
-                                  [&](const CommandRow& candidate) { return candidate.id == command.CommandId; });
-    const std::string name = row == std::end(Commands) ? "command" : row->name;
-    std::string text, reply;
-    // An exception must not leave the window procedure: its caller is the system.
+std::string AnswerCommand(Viewer& viewer, HostCommand& command) try {
+    constexpr std::size_t longestRefusal = 1000, longestTitle = 80;
+    const std::string text = FromWide({command.LongText, command.LongTextLength});
+    const Fields fields = SplitAt(text, '\t');
+    const auto row = std::ranges::find(Commands, command.CommandId, &CommandRow::id);
+    if (row == std::end(Commands)) throw Refusal("This viewer doesn't know the command.");
+    const std::string title = OneLine(row->name + (" " + text)).substr(0, longestTitle);
     try {
-        text = FromWide({command.LongText, command.LongTextLength});
-        const Fields fields = SplitAt(text, '\t');
-        if (row == std::end(Commands)) throw Refusal("This viewer doesn't know that command.");
-        if (fields.size() < row->fields) throw Refusal(name + " needs more fields than it got.");
-        reply = row->run(viewer, fields);
-        PutReply(command, reply);
+        if (fields.size() < row->fields) throw Refusal("The command needs more fields.");
+        PutReply(command, row->run(viewer, fields));
         command.Success = 1;
+        return "answered " + title;
     } catch (const std::exception& failure) {
-        reply = failure.what();
-        PutReply(command, reply.substr(0, LongestRefusal));
+        const std::string reason = OneLine(failure.what()).substr(0, longestRefusal);
+        PutReply(command, reason);
+        return "refused " + title + ": " + reason;
     }
-    return std::to_string(command.CommandId) + " " + name + " '" + OneLine(text.substr(0, ConsoleTextLength)) + "' " +
-           (command.Success ? "done: " : "refused: ") + reply.substr(0, std::min(reply.find('\n'), ConsoleReplyLength));
+} catch (const std::exception& failure) {
+    return std::string("refused a command: ") + failure.what();  // nothing may be thrown through the window procedure
 }
 
-void OpenBoard(Viewer& viewer, const std::filesystem::path& file) {
+void OpenBoard(Viewer& viewer, const fs::path& file) {
     Viewer opened;
-    opened.boardPath = std::filesystem::absolute(file).lexically_normal();
+    opened.boardPath = fs::canonical(fs::absolute(file).parent_path()) / file.filename();
     opened.board = LoadBoard(opened.boardPath);
-    const std::string& drawing = opened.board.schematic;
-    if (!drawing.empty()) opened.schematicPath = opened.boardPath.parent_path() / PathOf(drawing);
+    if (!opened.board.schematic.empty()) try {
+            opened.schematicPath = FileBesideBoard(opened, opened.board.schematic, ".sch");
+        } catch (const std::exception&) {
+            // A board whose drawing set is missing is still worth showing.
+        }
     viewer = std::move(opened);
-}
-
-std::size_t Number(const Fields& fields, std::size_t index) {
-    const std::string& text = fields[index];
-    unsigned value = 0;
-    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (failure == std::errc{} && end == text.data() + text.size()) return value;
-    throw Refusal("Field " + std::to_string(index + 1) + " must be a number, not '" + text + "'.");
-}
-
-std::string Entry(const char* key, const std::string& value) {
-    return std::string(key) + "=" + OneLine(value) + "\n";
-}
-
-std::string Entry(const char* key, std::size_t value) {
-    return Entry(key, std::to_string(value));
 }
