@@ -1,13 +1,12 @@
 /// The commands by which the library drives this viewer. All of it belongs to the window's thread and takes no lock.
 #pragma once
 
-#include "api/exports.h"
 #include "board.h"
 
 /// All that the viewer has open and selected.
 struct Viewer {
     std::filesystem::path boardPath;
-    Board board;
+    json board;
     std::filesystem::path schematicPath;  ///< the drawing set that is attached to the board; empty for none
     std::string selectedRefdes, selectedPin, selectedNet;
 };

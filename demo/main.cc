@@ -5,7 +5,7 @@
 #include "platform/platform.h"
 
 #include <atomic>
-#include <cstdio>
+#include <iostream>
 #include <memory>
 #include <set>
 #include <thread>
@@ -19,27 +19,21 @@ Viewer viewer;
 std::set<std::string> shownClients;
 std::atomic<HWND> hostWindow{nullptr};
 
-void Print(const std::string& line) {
-    std::printf("%s\n", OneLine(line).c_str());
-    std::fflush(stdout);
-}
-
 /// Reports which clients have come and gone since the last look.
 void CheckClients() {
     std::set<std::string> clients;
-    for (std::int32_t i = 0; i < OrvaneMcp_GetClientCount(); ++i) {
-        ClientInfo info{};
-        info.Size = sizeof info;
-        // A client may leave between the count and this call; the next look sees that.
-        if (!OrvaneMcp_GetClientInfo(i, &info)) break;
-        clients.insert(FromWide(info.DisplayName) + " over " + FromWide(info.Transport) + ", since " +
-                       FromWide(info.ConnectedAt));
+    ClientInfo info{};
+    info.Size = sizeof info;
+    // A client that leaves in between ends the loop early; the next look sees the others.
+    for (std::int32_t i = 0; OrvaneMcp_GetClientInfo(i, &info); ++i) {
+        clients.insert(OneLine(FromWide(info.DisplayName) + " over " + FromWide(info.Transport) + ", since " +
+                               FromWide(info.ConnectedAt)));
     }
     for (const std::string& client : clients) {
-        if (!shownClients.contains(client)) Print("client connected: " + client);
+        if (!shownClients.contains(client)) std::cout << "client connected: " << client << std::endl;
     }
     for (const std::string& client : shownClients) {
-        if (!clients.contains(client)) Print("client left: " + client);
+        if (!clients.contains(client)) std::cout << "client left: " << client << std::endl;
     }
     shownClients = std::move(clients);
 }
@@ -51,7 +45,7 @@ LRESULT CALLBACK AnswerMessage(HWND window, UINT message, WPARAM wParam, LPARAM 
             HostCommand& command = *reinterpret_cast<HostCommand*>(lParam);
             if (command.Size < sizeof command) return 0;
             CheckClients();
-            Print(AnswerCommand(viewer, command));
+            std::cout << AnswerCommand(viewer, command) << std::endl;
             return command.Success;
         }
         case CheckClientsMessage: CheckClients(); return 0;
@@ -67,29 +61,23 @@ BOOL WINAPI AnswerConsole(DWORD) {
     return TRUE;
 }
 
-/// The server from its start, once clients can connect, to its stop. Throws a Refusal with the library's reason.
-struct ControlServer {
-    static constexpr std::int32_t TextSize = 256;
-    OrvaneMcpChar PipeName[TextSize]{}, Error[TextSize]{};
-
-    explicit ControlServer(HWND window) {
-        ControlServerStartInfo info{};
-        info.HostWindowHandle = window;
-        if (OrvaneMcp_StartControlServer(&info)) {
-            OrvaneMcp_GetPipeName(PipeName, TextSize);
-            // The listener makes the pipe a moment after the start, or leaves an error.
-            while (!OrvaneMcp_GetLastError(Error, TextSize)) {
-                if (WaitNamedPipeW(PipeName, 1)) return;
-                Sleep(1);
-            }
-            OrvaneMcp_StopControlServer();
+/// Starts the server and waits until clients can connect. Returns the pipe's name; a Refusal has the library's reason.
+std::string StartServer(HWND window) {
+    ControlServerStartInfo info{};
+    info.HostWindowHandle = window;
+    OrvaneMcpChar text[256]{};
+    if (OrvaneMcp_StartControlServer(&info)) {
+        OrvaneMcp_GetPipeName(text, 256);
+        const auto pipeName = ToWide(FromWide(text));
+        // The listener makes the pipe a moment after the start, or leaves an error.
+        while (!OrvaneMcp_GetLastError(text, 256)) {
+            if (WaitNamedPipeW(pipeName.c_str(), 1)) return FromWide(pipeName);
+            Sleep(1);
         }
-        OrvaneMcp_GetLastError(Error, TextSize);
-        throw Refusal(FromWide(Error));
     }
-    ~ControlServer() { OrvaneMcp_StopControlServer(); }
-    ControlServer& operator=(ControlServer&&) = delete;
-};
+    OrvaneMcp_GetLastError(text, 256);
+    throw Refusal(FromWide(text));
+}
 
 void Serve(const std::filesystem::path& board) {
     OpenBoard(viewer, board);
@@ -97,7 +85,7 @@ void Serve(const std::filesystem::path& board) {
     windowClass.lpfnWndProc = AnswerMessage;
     windowClass.lpszClassName = TEXT("OrvaneDemoViewer");
     RegisterClassW(&windowClass);
-    // It is for messages only; a viewer with a face would give its main window. Destroying it twice does no harm.
+    // For messages only; a viewer with a face would give its main window. To destroy it twice does no harm.
     const std::unique_ptr<std::remove_pointer_t<HWND>, decltype(&DestroyWindow)> window(
         CreateWindowExW(0, windowClass.lpszClassName, TEXT("Orvane"), 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr,
                         nullptr),
@@ -105,27 +93,27 @@ void Serve(const std::filesystem::path& board) {
     if (!window) throw Refusal("The window can't be created.");
     hostWindow = window.get();
     SetConsoleCtrlHandler(AnswerConsole, TRUE);
-    const ControlServer server(window.get());
+    const auto stopServer = [](void*) { OrvaneMcp_StopControlServer(); };
+    const std::unique_ptr<Viewer, decltype(stopServer)> running(&viewer, stopServer);
+    const std::string pipeName = StartServer(window.get());
     const std::jthread reminder([](std::stop_token stop) {
         for (; !stop.stop_requested(); std::this_thread::sleep_for(CheckClientsPause)) {
             PostMessageW(hostWindow, CheckClientsMessage, 0, 0);
         }
     });
-    Print("serving " + PathText(viewer.boardPath) + " on " + FromWide(server.PipeName));
+    std::cout << "serving " << PathText(viewer.boardPath) << " on " << pipeName << std::endl;
     MSG message{};
     while (GetMessageW(&message, nullptr, 0, 0) > 0) DispatchMessageW(&message);
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     SetConsoleOutputCP(CP_UTF8);
-    try {
-        Serve(PathOf(argc > 1 ? argv[1] : "demo/demo_board.orv"));
-        Print("stopped");
-        return 0;
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "Orvane.exe: %s\n", OneLine(failure.what()).c_str());
-        return 1;
-    }
+    Serve(PathOf(argc > 1 ? argv[1] : "demo/demo_board.orv"));
+    std::cout << "stopped" << std::endl;
+    return 0;
+} catch (const std::exception& failure) {
+    std::cerr << "Orvane.exe: " << OneLine(failure.what()) << std::endl;
+    return 1;
 }

@@ -53,52 +53,47 @@ Word WordAt(double left, double top, std::string_view text) {
 }
 
 void Write(Canvas& canvas, Word word, const Colour& colour) {
-    struct Corner {
-        float x, y, z;
-        std::uint8_t colour[4];
-    };
-    std::vector<std::array<Corner, 4>> strokes(word.text.size() * 32);
-    const int count = stb_easy_font_print(float(word.box[Left]), float(word.box[Top]), word.text.data(), nullptr,
-                                          strokes.data(), static_cast<int>(strokes.size() * sizeof strokes[0]));
-    strokes.resize(static_cast<std::size_t>(count));
-    for (const auto& stroke : strokes) Paint(canvas, {stroke[0].x, stroke[0].y, stroke[2].x, stroke[2].y}, colour);
+    constexpr std::size_t strokeFloats = 16;  // four corners of x, y and two that don't matter
+    std::vector<float> strokes(word.text.size() * 32 * strokeFloats);
+    int count = stb_easy_font_print(float(word.box[Left]), float(word.box[Top]), word.text.data(), nullptr,
+                                    strokes.data(), static_cast<int>(strokes.size() * sizeof(float)));
+    for (const float* at = strokes.data(); count > 0; --count, at += strokeFloats) {
+        Paint(canvas, {at[0], at[1], at[8], at[9]}, colour);
+    }
 }
 
-Box OnPage(Box box) {
-    // The numbers of a damaged file stay out of the arithmetic below.
+/// Where a box of a record lies on a page. The numbers of a damaged file stay out of the arithmetic elsewhere.
+Box OnPage(const json& millimetres) {
+    Box box = millimetres.get<Box>();
     for (double& edge : box) edge = BoardMargin + std::clamp(edge, -FarthestPlace, FarthestPlace) * PointsPerMillimetre;
     return box;
 }
 
-Word LabelOf(const Component& part) {
-    const Box body = OnPage(part.body), label = WordAt(0, 0, part.name).box;
+Word LabelOf(const json& part) {
+    const Box body = OnPage(part.at("body")), label = WordAt(0, 0, Text(part, "name")).box;
     return WordAt(std::round((body[Left] + body[Right] - label[Right]) / 2),
-                  std::round((body[Top] + body[Bottom] - label[Bottom]) / 2) + 1, part.name);
+                  std::round((body[Top] + body[Bottom] - label[Bottom]) / 2) + 1, Text(part, "name"));
 }
 
-void DrawPart(Canvas& canvas, const Component& part, bool chosen, std::string_view net) {
-    const Box body = OnPage(part.body);
+void DrawPart(Canvas& canvas, const json& part, bool chosen, std::string_view net) {
+    const Box body = OnPage(part.at("body"));
     for (double size = GlowSize; chosen && size > 0; --size) Paint(canvas, Grown(body, size), Glow, size);
     Paint(canvas, Grown(body, 0.5), chosen ? Paper : BodyEdge, 2);
     Paint(canvas, body, chosen ? Chosen : Body, 1.5);
-    for (const Pin& pin : part.pins) {
-        const bool live = !net.empty() && Lower(pin.net) == Lower(net);
-        Paint(canvas, Grown(OnPage(pin.pad), live ? 1.5 : 0), live ? LivePad : Pad, live ? 2 : 0);
+    for (const json& pin : part.at("pins")) {
+        const bool live = !net.empty() && SameName(Text(pin, "net"), net);
+        Paint(canvas, Grown(OnPage(pin.at("pad")), live ? 1.5 : 0), live ? LivePad : Pad, live ? 2 : 0);
     }
     Paint(canvas, Grown(LabelOf(part).box, 0.5), chosen ? Chosen : Body, 1);  // pads don't blur the letters
     Write(canvas, LabelOf(part), Label);
 }
 
-void AppendBytes(void* png, void* bytes, int size) {
-    static_cast<std::string*>(png)->append(static_cast<const char*>(bytes), static_cast<std::size_t>(size));
-}
-
 }  // namespace
 
-std::vector<Word> WordsOf(const Board& board, const Page& page) {
+std::vector<Word> WordsOf(const json& board, const Page& page) {
     std::vector<Word> words;
-    for (const Component& part : board.components) {
-        if (part.side == page.side) words.push_back(LabelOf(part));
+    for (const json& part : board.at("components")) {
+        if (part.at("side") == page.side) words.push_back(LabelOf(part));
     }
     double top = TextTop;
     for (const std::string& line : SplitAt(page.text, '\n')) {
@@ -116,23 +111,36 @@ Box Grown(const Box& box, double by) {
     return {box[Left] - by, box[Top] - by, box[Right] + by, box[Bottom] + by};
 }
 
-std::string DrawPage(const Board& board, const Page& page, const Box& area, const Component* chosen,
-                     std::string_view net, std::size_t byteLimit) {
+Box Shared(const Box& a, const Box& b) {
+    return {std::max(a[Left], b[Left]), std::max(a[Top], b[Top]), std::min(a[Right], b[Right]),
+            std::min(a[Bottom], b[Bottom])};
+}
+
+bool HasInside(const Box& box) {
+    return box[Left] < box[Right] && box[Top] < box[Bottom];
+}
+
+std::string DrawPage(const json& board, const Page& page, const Box& area, const json* chosen, std::string_view net,
+                     std::size_t byteLimit) {
+    const auto append = [](void* png, void* bytes, int size) {
+        static_cast<std::string*>(png)->append(static_cast<const char*>(bytes), static_cast<std::size_t>(size));
+    };
     for (double scale = MostPixelsPerPoint; scale >= FewestPixelsPerPoint; scale /= 2) {
         Canvas canvas{
             area, scale, int((area[Right] - area[Left]) * scale), int((area[Bottom] - area[Top]) * scale), {}};
         canvas.pixels.resize(static_cast<std::size_t>(canvas.width * canvas.height) * 3);
         Paint(canvas, Grown(area, 2), Paper);
-        for (const Box& box : board.outline) Paint(canvas, Grown(OnPage(box), 1.5), MaskEdge, 11.5);
-        for (const Box& box : board.outline) Paint(canvas, OnPage(box), Mask, 10);
+        for (const json& box : board.at("outline")) Paint(canvas, Grown(OnPage(box), 1.5), MaskEdge, 11.5);
+        for (const json& box : board.at("outline")) Paint(canvas, OnPage(box), Mask, 10);
         for (const Word& word : WordsOf(board, page)) Write(canvas, word, Ink);
-        for (const Component& part : board.components) {
-            if (part.side == page.side && &part != chosen) DrawPart(canvas, part, false, net);
+        for (const bool last : {false, true}) {  // the chosen part's glow lies over its neighbours
+            for (const json& part : board.at("components")) {
+                if (part.at("side") == page.side && (&part == chosen) == last) DrawPart(canvas, part, last, net);
+            }
         }
-        if (chosen && chosen->side == page.side) DrawPart(canvas, *chosen, true, net);
         std::string png;
-        if (!stbi_write_png_to_func(AppendBytes, &png, canvas.width, canvas.height, 3, canvas.pixels.data(), 0)) break;
-        if (byteLimit == 0 || (png.size() + 2) / 3 * 4 <= byteLimit) return png;
+        stbi_write_png_to_func(append, &png, canvas.width, canvas.height, 3, canvas.pixels.data(), 0);
+        if (!png.empty() && (byteLimit == 0 || (png.size() + 2) / 3 * 4 <= byteLimit)) return png;
     }
     return {};
 }

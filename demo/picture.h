@@ -16,15 +16,19 @@ struct Word {
 constexpr Box WholePage{0, 0, 660, 700};
 
 /// All words of a page: first the labels of its parts, then its text.
-std::vector<Word> WordsOf(const Board& board, const Page& page);
+std::vector<Word> WordsOf(const json& board, const Page& page);
 
 /// The box with its edges moved outwards.
 Box Grown(const Box& box, double by);
 
+/// What two boxes share; it has no inside when they don't touch.
+Box Shared(const Box& a, const Box& b);
+bool HasInside(const Box& box);
+
 /// An area of a page as a PNG file, with a part (not if null) and the pads of a net (not if empty) highlighted. It is
 /// drawn smaller until its base64 text has no more than `byteLimit` bytes, 0 for no limit. Empty when none is small
 /// enough.
-std::string DrawPage(const Board& board, const Page& page, const Box& area, const Component* chosen,
-                     std::string_view net, std::size_t byteLimit);
+std::string DrawPage(const json& board, const Page& page, const Box& area, const json* chosen, std::string_view net,
+                     std::size_t byteLimit);
 
 std::string Base64(std::string_view bytes);

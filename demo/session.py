@@ -166,7 +166,7 @@ CALLS = [
      ["ORVANE_FILE_OPENED", "opened_path=", "edited_board.orv"]),
     ("", "get_component_info", {"refdes": "PR6"}, ["Info=40.2K_1206_1%"]),
     ("Which boards have PGOOD_ALW?", "search_indexed_content", {"query": "PGOOD_ALW", "file_type": "boardview"},
-     ["hit\tedited_board.orv\tnet PGOOD_ALW", "hit\tedited_board.orv\tcomponent U5"]),
+     ["hit\tedited_board.orv\tnet {", "hit\tedited_board.orv\tcomponent {"]),
 ]
 
 # What a board or a document made by a stranger may lead an agent to. The hostile board has names that look like the

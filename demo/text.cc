@@ -47,14 +47,14 @@ void StoreBytes(const std::filesystem::path& path, std::string_view bytes) {
     if (!file) throw Refusal(PathText(path) + " can't be written.");
 }
 
-std::vector<std::string> SplitAt(std::string_view text, char separator) {
+Strings SplitAt(std::string_view text, char separator) {
     std::istringstream in(std::string(text) + separator);  // so that an empty last part counts too
-    std::vector<std::string> parts;
+    Strings parts;
     for (std::string part; std::getline(in, part, separator);) parts.push_back(part);
     return parts;
 }
 
-std::string Joined(const std::vector<std::string>& parts) {
+std::string Joined(const Strings& parts) {
     std::string text;
     for (const std::string& part : parts) text += (text.empty() ? "" : " ") + part;
     return text;
@@ -68,7 +68,7 @@ std::string Lower(std::string_view text) {
 
 bool HasWords(std::string_view text, std::string_view words) {
     const std::string lowered = Lower(text);
-    const std::vector<std::string> wanted = SplitAt(Lower(words), ' ');
+    const Strings wanted = SplitAt(Lower(words), ' ');
     return std::ranges::all_of(wanted, [&](const std::string& word) { return lowered.find(word) != lowered.npos; });
 }
 
@@ -86,7 +86,7 @@ std::string Entry(const char* key, std::size_t value) {
     return Entry(key, std::to_string(value));
 }
 
-std::string Row(const char* word, const std::vector<std::string>& cells) {
+std::string Row(const char* word, const Strings& cells) {
     std::string row = word;
     for (const std::string& cell : cells) row += "\t" + OneLine(cell);
     return row + "\n";

@@ -11,6 +11,7 @@
 
 /// Thrown when a command can't be carried out. what() tells the agent why.
 using Refusal = std::runtime_error;
+using Strings = std::vector<std::string>;
 
 /// Between the library's UTF-16 and UTF-8. Invalid text becomes U+FFFD.
 std::string FromWide(std::basic_string_view<OrvaneMcpChar> text);
@@ -22,8 +23,8 @@ std::filesystem::path PathOf(std::string_view utf8);
 std::string LoadBytes(const std::filesystem::path& path);
 void StoreBytes(const std::filesystem::path& path, std::string_view bytes);
 
-std::vector<std::string> SplitAt(std::string_view text, char separator);
-std::string Joined(const std::vector<std::string>& parts);
+Strings SplitAt(std::string_view text, char separator);
+std::string Joined(const Strings& parts);
 std::string Lower(std::string_view text);
 
 /// Whether the text contains every blank-separated word of `words`, in any case.
@@ -37,4 +38,4 @@ std::string OneLine(std::string_view text);
 /// bridge or the agent acts on.
 std::string Entry(const char* key, std::string_view value);
 std::string Entry(const char* key, std::size_t value);
-std::string Row(const char* word, const std::vector<std::string>& cells);
+std::string Row(const char* word, const Strings& cells);
