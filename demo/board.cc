@@ -1,13 +1,10 @@
 #include "board.h"
 
-namespace {
-
-void Complete(json& record, std::initializer_list<const char*> texts, const char* box = nullptr) {
+/// Gives a record the texts and the box that its file left out. Throws a json::exception when one is of another type.
+static void Complete(json& record, std::initializer_list<const char*> texts, const char* box = nullptr) {
     for (const char* key : texts) record[key] = record.value(key, "");
     if (box) record[box] = record.value(box, Box{});
 }
-
-}  // namespace
 
 json LoadBoard(const std::filesystem::path& path) {
     const std::string bytes = LoadBytes(path);
@@ -21,8 +18,8 @@ json LoadBoard(const std::filesystem::path& path) {
             for (json& pin : part["pins"]) Complete(pin, {"number", "name", "net"}, "pad");
         }
         return board;
-    } catch (const json::exception& failure) {
-        throw Refusal(PathText(path) + " is not a board file: " + failure.what());
+    } catch (const json::exception&) {
+        throw Refusal(PathText(path) + " is not a board file.");
     }
 }
 

@@ -328,6 +328,10 @@ Page LoadPage(const fs::path& path, std::size_t number) {
     throw Refusal("There is no page " + std::to_string(number) + " of " + std::to_string(pages.size()) + ".");
 }
 
+bool Touch(const Box& a, const Box& b) {
+    return a[Left] <= b[Right] && b[Left] <= a[Right] && a[Top] <= b[Bottom] && b[Top] <= a[Bottom];
+}
+
 /// Fields: page, radius, limit, include_image, image_mode, query, pdf_path, image byte limit (0 for none).
 std::string GetPdfPageContext(Viewer& viewer, const Strings& fields) {
     const fs::path path = DrawingPath(viewer, fields[6]);
@@ -343,7 +347,7 @@ std::string GetPdfPageContext(Viewer& viewer, const Strings& fields) {
     }
     std::size_t rest = Number(fields, 2);
     for (const Word& word : words) {
-        const auto holds = [&](const Box& area) { return HasInside(Shared(word.box, area)); };
+        const auto holds = [&](const Box& area) { return Touch(word.box, area); };
         if (rest == 0 || (!areas.empty() && std::ranges::none_of(areas, holds))) continue;
         nearby += Row("word", {word.text, json(word.box).dump()});
         --rest;
@@ -354,9 +358,8 @@ std::string GetPdfPageContext(Viewer& viewer, const Strings& fields) {
 
     const json* chosen = Find(viewer.board.at("components"), fields[5]);
     if (!chosen) chosen = Find(viewer.board.at("components"), viewer.selectedRefdes);
-    const bool whole = fields[4] == "page" || areas.empty() || !HasInside(Shared(areas[0], WholePage));
-    const std::string png = DrawPage(viewer.board, page, whole ? WholePage : Shared(areas[0], WholePage), chosen,
-                                     viewer.selectedNet, Number(fields, 7));
+    const Box area = fields[4] == "page" || areas.empty() ? WholePage : areas[0];
+    const std::string png = DrawPage(viewer.board, page, area, chosen, viewer.selectedNet, Number(fields, 7));
     if (png.empty()) return reply + Entry("no_image", "it would be larger than " + fields[7] + " bytes");
     // The folder is the user's own; the process id keeps two viewers apart.
     const fs::path image =
@@ -433,12 +436,12 @@ void PutReply(HostCommand& command, const std::string& text) {
 
 std::string AnswerCommand(Viewer& viewer, HostCommand& command) try {
     constexpr std::size_t longestRefusal = 1000, longestTitle = 80;
-    const std::string text = FromWide({command.LongText, command.LongTextLength});
-    const Strings fields = SplitAt(text, '\t');
     const auto row = std::ranges::find(Commands, command.CommandId, &CommandRow::id);
-    if (row == std::end(Commands)) throw Refusal("This viewer doesn't know the command.");
+    if (row == std::end(Commands)) return "refused an unknown command";
+    const std::string text = FromWide({command.LongText, command.LongTextLength});
     const std::string title = OneLine(row->name + (" " + text)).substr(0, longestTitle);
     try {
+        const Strings fields = SplitAt(text, '\t');
         if (fields.size() < row->fields) throw Refusal("The command needs more fields.");
         PutReply(command, row->run(viewer, fields));
         command.Success = 1;
@@ -448,8 +451,8 @@ std::string AnswerCommand(Viewer& viewer, HostCommand& command) try {
         PutReply(command, reason);
         return "refused " + title + ": " + reason;
     }
-} catch (const std::exception& failure) {
-    return std::string("refused a command: ") + failure.what();  // nothing may be thrown through the window procedure
+} catch (const std::bad_alloc&) {
+    return "refused a command: out of memory";  // nothing may be thrown through the window procedure
 }
 
 void OpenBoard(Viewer& viewer, const fs::path& file) {

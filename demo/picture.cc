@@ -111,15 +111,6 @@ Box Grown(const Box& box, double by) {
     return {box[Left] - by, box[Top] - by, box[Right] + by, box[Bottom] + by};
 }
 
-Box Shared(const Box& a, const Box& b) {
-    return {std::max(a[Left], b[Left]), std::max(a[Top], b[Top]), std::min(a[Right], b[Right]),
-            std::min(a[Bottom], b[Bottom])};
-}
-
-bool HasInside(const Box& box) {
-    return box[Left] < box[Right] && box[Top] < box[Bottom];
-}
-
 std::string DrawPage(const json& board, const Page& page, const Box& area, const json* chosen, std::string_view net,
                      std::size_t byteLimit) {
     const auto append = [](void* png, void* bytes, int size) {

@@ -21,10 +21,6 @@ std::vector<Word> WordsOf(const json& board, const Page& page);
 /// The box with its edges moved outwards.
 Box Grown(const Box& box, double by);
 
-/// What two boxes share; it has no inside when they don't touch.
-Box Shared(const Box& a, const Box& b);
-bool HasInside(const Box& box);
-
 /// An area of a page as a PNG file, with a part (not if null) and the pads of a net (not if empty) highlighted. It is
 /// drawn smaller until its base64 text has no more than `byteLimit` bytes, 0 for no limit. Empty when none is small
 /// enough.

@@ -180,11 +180,12 @@ HOSTILE_BOARD = {
          "body": [1e300, -1e300, 5, 5], "pins": [{"number": f"\n{MARKER}", "name": "ü", "net": f"\n{MARKER}"}]},
         {"name": "R" * 50000, "side": "top", "description": "trap", "body": [0, 0, 5, 5]},
         {"name": "", "side": "top", "description": "trap"}, {"name": "R1\nORVANE_FINAL", "side": "top"}]}
+LINK = "link.sch"
 OUT_OF_BOUNDS = [REFUSED, "is out of bounds", "in the board's folder"]
 HOSTILE_CALLS = [
     ("extract_pdfium_text", {"pdf_path": "/etc/hostname"}, OUT_OF_BOUNDS),
     ("get_pdf_page_context", {"page": 1, "pdf_path": "../drawings/demo_schematic.sch"}, OUT_OF_BOUNDS),
-    ("render_pdf_page_image", {"page": 1, "pdf_path": "link.sch"}, OUT_OF_BOUNDS),
+    ("render_pdf_page_image", {"page": 1, "pdf_path": LINK}, OUT_OF_BOUNDS),
     ("extract_pdfium_text", {"pdf_path": "demo_board.orv"}, OUT_OF_BOUNDS),
     ("extract_pdfium_text", {"output_path": "../stolen.json"}, OUT_OF_BOUNDS),
     ("extract_pdfium_text", {"output_path": "demo_board.orv"}, OUT_OF_BOUNDS),
@@ -220,12 +221,12 @@ def copy_board(board, out):
 
 def prepare(out):
     """Removes what the last session left in `out`, and puts the files there that this one needs."""
-    for name in ("edited_board.orv", "schematic.json", "link.sch"):
+    for name in ("edited_board.orv", "schematic.json", LINK):
         pathlib.Path(out, name).unlink(missing_ok=True)
     pathlib.Path(out, "updates.json").write_text(json.dumps([{"refdes": "R3", "note": "from the file"}]))
     pathlib.Path(out, "hostile.orv").write_text(json.dumps(HOSTILE_BOARD))
     pathlib.Path(out, "empty.orv").write_text("")
-    pathlib.Path(out, "link.sch").symlink_to("/etc/hostname")
+    pathlib.Path(out, LINK).symlink_to("/etc/hostname")
 
 
 # ---- The play --------------------------------------------------------------------------------------------------------
@@ -303,12 +304,12 @@ def play(session):
         session.complain(f"listed but not called, or the other way round: {sorted(set(names) ^ set(session.called))}")
 
 
-def play_hostile(session, viewer_words, launcher_words):
-    """A second part, on a fresh copy: arguments and boards that mean harm."""
+def play_hostile(session, hostile_calls):
+    """A second part: arguments and boards that mean harm. No file that was there before may change."""
     print()
     tell("you", "(What a hostile board or document could make an agent do, and what the viewer says to it.)", "1;35")
     before = {file: file.read_bytes() for file in pathlib.Path(session.out).iterdir() if file.suffix != ".png"}
-    for name, arguments, words in HOSTILE_CALLS:
+    for name, arguments, words in hostile_calls:
         session.call(name, arguments, words, most=2)
     for file, content in before.items():
         if not file.exists() or file.read_bytes() != content:
@@ -350,6 +351,7 @@ def main():
     # Relative and with forward slashes, a path means the same to a Windows program.
     viewer_words, launcher_words = words_of(options.viewer), words_of(options.launcher)
     board = pathlib.Path(viewer_words.pop()) if viewer_words[-1].endswith(".orv") else HERE / "demo_board.orv"
+    native = viewer_words[0] != "wine"
     out = pathlib.Path(os.path.relpath(options.out)).as_posix()
     copy_board(board, out)
     prepare(out)
@@ -365,7 +367,8 @@ def main():
         tell("viewer", line, "32")
         session.client = client = start(launcher_words)
         play(session)
-        play_hostile(session, viewer_words, launcher_words)
+        # Wine shows a link as the file that it leads to.
+        play_hostile(session, HOSTILE_CALLS if native else [row for row in HOSTILE_CALLS if LINK not in row[1].values()])
         print()
         status = close(client)
         tell("agent", f"closes its end; the bridge ends with {status}")
@@ -384,7 +387,7 @@ def main():
             session.complain(f"the viewer ended with {status} and said {console[-1]!r}")
         expect_failed_start(session, viewer_words, "missing.orv", "can't be read", {})
         expect_failed_start(session, viewer_words, f"{out}/empty.orv", "is not a board", {})
-        if "wine" not in viewer_words[0]:
+        if native:
             expect_failed_start(session, viewer_words, f"{out}/{board.name}", "control pipe",
                                 {"ORVANE_STANDIN_DIR": "/dev/null"})
     except (RuntimeError, OSError, ValueError, KeyError, queue.Empty, subprocess.SubprocessError) as error:
