@@ -29,7 +29,7 @@ struct Canvas {
 /// much of it as lies inside.
 void Paint(Canvas& canvas, const Box& box, const Colour& colour, double corner = 0) {
     const double radius = std::max(corner * canvas.scale, 0.5);
-    const auto pixel = [&](int edge) { return (box[edge] - canvas.area[edge % 2]) * canvas.scale; };
+    const auto pixel = [&](std::size_t edge) { return (box[edge] - canvas.area[edge % 2]) * canvas.scale; };
     const int endX = static_cast<int>(std::clamp(pixel(Right) + 1, 0.0, double(canvas.width)));
     const int endY = static_cast<int>(std::clamp(pixel(Bottom) + 1, 0.0, double(canvas.height)));
     for (int y = static_cast<int>(std::clamp(pixel(Top), 0.0, double(canvas.height))); y < endY; ++y) {
