@@ -15,8 +15,8 @@ void WriteReply(std::string_view idText, std::string_view tail) {
     WriteMcpMessage({ReplyHead, idText, tail});
 }
 
-/// A string from its opening quote, at the text's start, to its closing one; empty when that is missing.
-std::string_view QuotedIdText(std::string_view text) {
+/// The string that `text` begins with, with both quotes; empty when the closing one is missing.
+std::string_view LeadingString(std::string_view text) {
     for (std::size_t i = 1; i < text.size(); ++i) {
         if (text[i] == '"') return text.substr(0, i + 1);
         if (text[i] == '\\') ++i;
@@ -24,42 +24,43 @@ std::string_view QuotedIdText(std::string_view text) {
     return {};
 }
 
-/// Answers one message, or passes over it.
+/// Answers one message, or ignores it.
 void HandleMessage(std::string_view message) {
-    std::string idText = ExtractMessageId(message);
-    const bool hasId = !idText.empty();
-    if (!hasId) idText = "null";
+    const std::optional<std::string_view> id = ExtractMessageId(message);
+    const std::string_view idText = id.value_or("null");
 
-    // The order decides, since each test looks at the whole text. The connection attempts come behind the replies,
-    // so that a missing viewer never holds up a handshake.
+    // The order decides, since each test looks at the whole text. Connect only after the reply is written, so that a
+    // missing viewer never holds up a handshake.
     if (MessageHasMethod(message, "initialize")) {
         WriteReply(idText, InitializeResultText);
         EnsureControlConnection(MainThreadConnectTimeOut);
     } else if (MessageHasMethod(message, "notifications/initialized")) {
-        // Nothing is kept of the handshake.
+        // The handshake leaves no state.
     } else if (MessageHasMethod(message, "tools/list")) {
         WriteReply(idText, ToolListResultText);
         EnsureControlConnection(MainThreadConnectTimeOut);
     } else if (MessageHasMethod(message, "tools/call")) {
         HandleToolCall(idText, message);
-    } else if (hasId) {
+    } else if (id) {
         WriteReply(idText, MethodNotFoundText);
     }
 }
 
 }  // namespace
 
-std::string ExtractMessageId(std::string_view message) {
+std::optional<std::string_view> ExtractMessageId(std::string_view message) {
     constexpr std::string_view key = R"("id")";
     const std::size_t found = message.find(key);
-    if (found == std::string_view::npos) return {};
+    if (found == std::string_view::npos) return std::nullopt;
     const std::size_t colon = message.find(':', found + key.size());
-    if (colon == std::string_view::npos) return {};
-    // Line ends are not passed over: they become part of the id, which leaves the reply valid JSON.
+    if (colon == std::string_view::npos) return std::nullopt;
+    // Line ends are not skipped: they become part of the id, and the reply is valid JSON all the same.
     const std::size_t start = message.find_first_not_of(" \t", colon + 1);
-    if (start == std::string_view::npos) return {};
+    if (start == std::string_view::npos) return std::nullopt;
     const std::string_view rest = message.substr(start);
-    return std::string(rest.front() == '"' ? QuotedIdText(rest) : rest.substr(0, rest.find_first_of(",} ")));
+    const std::string_view id = rest.front() == '"' ? LeadingString(rest) : rest.substr(0, rest.find_first_of(",} "));
+    if (id.empty()) return std::nullopt;
+    return id;
 }
 
 bool MessageHasMethod(std::string_view message, std::string_view name) {
@@ -74,8 +75,7 @@ bool MessageHasMethod(std::string_view message, std::string_view name) {
 }
 
 void RunMessageLoop() try {
-    for (std::string message; ReadMcpMessage(message);) HandleMessage(message);
+    while (const std::optional<std::string> message = ReadMcpMessage()) HandleMessage(*message);
 } catch (const std::bad_alloc&) {
-    // A message larger than memory: what follows can't be told from its rest, so the loop ends in order and the client
-    // sees it.
+    // The message is larger than memory, and its rest can't be told from the next one: end, so that the client notices.
 }
