@@ -5,8 +5,8 @@
 #include "checks.h"
 #include "hostlink/connection.h"
 #include "mcp/framing.h"
+#include "protocol/control_protocol.h"
 #include "protocol/verbs.h"
-#include "tools/tool_calls.h"
 
 #include <algorithm>
 #include <cstdint>

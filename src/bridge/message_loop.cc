@@ -5,7 +5,9 @@
 #include "mcp/framing.h"
 #include "tools/tool_calls.h"
 
+#include <cstddef>
 #include <functional>
+#include <iterator>
 #include <new>
 
 namespace {
@@ -38,25 +40,33 @@ std::size_t FindKey(std::string_view message, std::size_t from = 0) {
 constexpr std::string_view IdKey = R"("id")";
 constexpr std::string_view MethodKey = R"("method":)";
 
+/// The methods with an answer of their own, in the order of Method.
+constexpr std::string_view MethodValues[] = {
+    R"("initialize")",
+    R"("notifications/initialized")",
+    R"("tools/list")",
+    R"("tools/call")",
+};
+
 /// Answers one message, or ignores it.
 void HandleMessage(std::string_view message) {
     const std::optional<std::string_view> id = ExtractMessageId(message);
     const std::string_view idText = id.value_or("null");
 
-    // The order decides, since each test looks at the whole text. Connect only after the reply is written, so that a
-    // missing viewer never holds up a handshake.
-    if (MessageHasMethod(message, "initialize")) {
-        WriteReply(idText, InitializeResultText);
-        EnsureControlConnection(MainThreadConnectTimeOut);
-    } else if (MessageHasMethod(message, "notifications/initialized")) {
-        // The handshake leaves no state.
-    } else if (MessageHasMethod(message, "tools/list")) {
-        WriteReply(idText, ToolListResultText);
-        EnsureControlConnection(MainThreadConnectTimeOut);
-    } else if (MessageHasMethod(message, "tools/call")) {
-        HandleToolCall(idText, message);
-    } else if (id) {
-        WriteReply(idText, MethodNotFoundText);
+    // Connect only after the reply is written, so that a missing viewer never holds up a handshake.
+    switch (FindMethod(message)) {
+        case Method::Initialize:
+            WriteReply(idText, InitializeResultText);
+            EnsureControlConnection(MainThreadConnectTimeOut);
+            break;
+        case Method::Initialized: break;  // the handshake leaves no state
+        case Method::ToolsList:
+            WriteReply(idText, ToolListResultText);
+            EnsureControlConnection(MainThreadConnectTimeOut);
+            break;
+        case Method::ToolsCall: HandleToolCall(idText, message); break;
+        case Method::Other:
+            if (id) WriteReply(idText, MethodNotFoundText);
     }
 }
 
@@ -76,15 +86,17 @@ std::optional<std::string_view> ExtractMessageId(std::string_view message) {
     return id;
 }
 
-bool MessageHasMethod(std::string_view message, std::string_view name) {
+Method FindMethod(std::string_view message) {
+    std::size_t method = std::size(MethodValues);
     for (std::size_t at = 0; (at = FindKey<MethodKey>(message, at)) != std::string_view::npos;) {
         at += MethodKey.size();
         std::string_view value = message.substr(at);
         if (value.starts_with(' ')) value.remove_prefix(1);
-        if (!value.starts_with('"') || !value.substr(1).starts_with(name)) continue;
-        if (value.substr(1 + name.size()).starts_with('"')) return true;
+        for (std::size_t i = 0; i < method; ++i) {
+            if (value.starts_with(MethodValues[i])) method = i;
+        }
     }
-    return false;
+    return static_cast<Method>(method);
 }
 
 void RunMessageLoop() try {

@@ -9,9 +9,12 @@
 /// has none. The first "id" of the text decides, at any depth, even where it is a value.
 [[nodiscard]] std::optional<std::string_view> ExtractMessageId(std::string_view message);
 
-/// True when the message has a member "method" with the value `name` anywhere, written with one blank after the colon
-/// or none.
-[[nodiscard]] bool MessageHasMethod(std::string_view message, std::string_view name);
+/// What a message asks for.
+enum class Method { Initialize, Initialized, ToolsList, ToolsCall, Other };
+
+/// The method of a message: the value of any member "method" of the text, at any depth, written with one blank after
+/// the colon or none. Among several, the one that Method lists first.
+[[nodiscard]] Method FindMethod(std::string_view message);
 
 /// Answers messages on standard output until standard input ends, or until a message is larger than memory. Bridge's
 /// calling thread only.
