@@ -13,11 +13,7 @@ static std::string Reply(std::initializer_list<std::string> bodies, std::size_t 
     for (const std::string& body : bodies) input << "Content-Length: " << body.size() << "\r\n\r\n" << body;
     input.close();
     EXPECT_NE(std::freopen(path.c_str(), "rb", stdin), nullptr);
-    return WrittenBody([=] {
-        LargestAllocation = largestAllocation;
-        RunMessageLoop();
-        LargestAllocation = NoLimit;
-    });
+    return WrittenBody(RunMessageLoop, largestAllocation);
 }
 
 TEST(RunMessageLoop, ConnectsAfterTheRepliesOfTheHandshakeAreWritten) {

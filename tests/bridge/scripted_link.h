@@ -24,12 +24,14 @@ extern ScriptedLink Link;
 extern std::size_t LargestAllocation;
 inline constexpr std::size_t NoLimit = ~static_cast<std::size_t>(0);
 
-/// Runs `write` and returns the body of the one framed message that it writes; its header is checked here. On Windows
-/// the output goes through a text file, which leaves it unchanged.
+/// Runs `write`, with no allocation larger than `largest`, and returns the body of the one framed message that it
+/// writes; its header is checked here. On Windows the output goes through a text file, which leaves it unchanged.
 template <typename Write>
-std::string WrittenBody(Write write) {
+std::string WrittenBody(Write write, std::size_t largest = NoLimit) {
     testing::internal::CaptureStdout();
+    LargestAllocation = largest;
     write();
+    LargestAllocation = NoLimit;
     const std::string output = testing::internal::GetCapturedStdout();
     const std::string body = output.substr(std::min(output.find('{'), output.size()));
     EXPECT_EQ(output, "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
