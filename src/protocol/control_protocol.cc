@@ -24,10 +24,12 @@ std::string EscapeReplyText(std::string_view text) {
     static constexpr ByteSet special = MakeByteSet("\n\r\\");
     std::string escaped;
     escaped.reserve(text.size());
-    AppendByRuns(escaped, text, special, [](std::string& out, char byte) {
-        out += '\\';
-        out += byte == '\n' ? 'n' : byte == '\r' ? 'r' : byte;
-    });
+    WalkByRuns(
+        text, special, [&](std::string_view run) { escaped += run; },
+        [&](char byte) {
+            escaped += '\\';
+            escaped += byte == '\n' ? 'n' : byte == '\r' ? 'r' : byte;
+        });
     return escaped;
 }
 
