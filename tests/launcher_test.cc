@@ -67,3 +67,35 @@ TEST_F(ServerTest, AnIdleBridgeFollowsTheViewersAnnouncement) {
         EXPECT_TRUE(Eventually([&] { return OrvaneMcp_GetClientCount() == announced; })) << announced;
     }
 }
+
+TEST_F(ServerTest, TheLauncherGoesWithItsClientWhateverTheViewerDoes) {
+    std::promise<void> goOn;
+    HostWindow host([&goOn, hung = goOn.get_future().share()](HostCommand& command) {
+        hung.wait();
+        return Echo(command);
+    });
+    Start(host.Handle);
+    const std::string call = R"({"id":1,"method":"tools/call","params":{"name":"get_net_info","net":"GND"}})"
+                             "\n";
+    const std::string answer =
+        R"({"jsonrpc":"2.0","id":1,"result":{"content":[{"type":"text","text":"7:GND"}],"isError":false}})";
+    const auto startAgent = [](const char* mode) {
+        return ChildProcess(ModulePath(nullptr), Utf8ToWide(std::string("--agent ") + mode));
+    };
+    ChildProcess killed = startAgent("kill");
+    killed.Send(call + R"({"ids":")" + std::string(20000, 'x') + "\"}\n" + call);
+    EXPECT_TRUE(Eventually([&] { return host.Commands == 1; }));
+    ChildProcess piped(TEXT("./orvane_mcp.exe")), left = startAgent("leave");
+    piped.Send(call);
+    piped.Input.reset();
+    left.Send(call);
+    EXPECT_EQ(left.WaitForExitCode(), 0u);
+    killed.Kill();
+    EXPECT_EQ(killed.Read("<no mark>"), "<end>") << "the launcher has left its output";
+    // As long as that took, the others were as alone: one with a parent that lives, one with a client that isn't it.
+    goOn.set_value();
+    EXPECT_EQ(piped.Read("<no mark>"), answer + "\n<end>");
+    EXPECT_EQ(left.Read("\n"), answer);
+    left.Input.reset();
+    EXPECT_EQ(left.Read("<no mark>"), "<end>");
+}

@@ -1,5 +1,6 @@
 #include "mcp/framing.h"
 
+#include "text/trace.h"
 #include "text/trim.h"
 
 #include <cstdio>
@@ -55,7 +56,10 @@ bool ReadMcpMessage(std::string& out) {
 
     std::size_t length = 0;
     FramedOutput = ParseContentLength(out, length);
-    if (!FramedOutput) return true;
+    if (!FramedOutput) {
+        Trace("message of ", out.size(), " bytes, a bare line", TraceContents{{out}});
+        return true;
+    }
 
     while (ReadStrippedLine(out) && !out.empty()) {
     }
@@ -65,6 +69,7 @@ bool ReadMcpMessage(std::string& out) {
         if (count == 0) return false;
         arrived += count;
     }
+    Trace("message of ", length, " bytes, framed", TraceContents{{out}});
     return true;
 }
 
@@ -73,9 +78,9 @@ void WriteMcpMessage(std::string_view body) {
 }
 
 void WriteMcpMessage(std::initializer_list<std::string_view> parts) {
+    std::size_t length = 0;
+    for (const std::string_view part : parts) length += part.size();
     if (FramedOutput) {
-        std::size_t length = 0;
-        for (const std::string_view part : parts) length += part.size();
         char header[64];
         std::snprintf(header, sizeof header, "Content-Length: %zu\r\n\r\n", length);
         std::fputs(header, stdout);
@@ -83,4 +88,5 @@ void WriteMcpMessage(std::initializer_list<std::string_view> parts) {
     for (const std::string_view part : parts) std::fwrite(part.data(), 1, part.size(), stdout);
     if (!FramedOutput) std::fputc('\n', stdout);
     std::fflush(stdout);
+    Trace("answer of ", length, " bytes written", TraceContents{parts});
 }
