@@ -1,8 +1,8 @@
 /// Connects to a control pipe many times over, greets, says how many it is, and stays silent until its input ends.
 /// Arguments: the pipe's name, and how many.
 
-#include "protocol/control_protocol.h"
 #include "platform/owned.h"
+#include "protocol/control_protocol.h"
 #include "text/wide.h"
 
 #include <cstdio>

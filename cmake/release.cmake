@@ -1,39 +1,75 @@
 # What makes the Windows lane's files fit to be shipped.
 
+# The same commit gives the same bytes wherever it is built: neither a file nor its symbols hold the build's paths. Symbols
+# hold the compiler's and the linker's command lines, so that all paths in those are relative to the build's folder.
+file(RELATIVE_PATH relative_out "${CMAKE_BINARY_DIR}" "${ORVANE_OUT}")
+file(RELATIVE_PATH relative_source "${CMAKE_BINARY_DIR}" "${CMAKE_SOURCE_DIR}")
+string(REGEX REPLACE "/$" "" relative_source "${relative_source}")
+set_property(GLOBAL PROPERTY RULE_LAUNCH_COMPILE
+             "${CMAKE_SOURCE_DIR}/cmake/relative ${CMAKE_SOURCE_DIR} ${relative_source}")
+add_library(orvane_release_flags INTERFACE)
+target_compile_options(orvane_release_flags INTERFACE
+  $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-compilation-dir=. -ffile-prefix-map=${relative_source}=.>)
+# One runtime inside each file, so that a host needs nothing beside the DLL.
+target_link_options(orvane_release_flags INTERFACE
+  -static -Wl,--gc-sections -Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
+
+# orvane_finish(TARGET FILE): links into the build's own folder, with symbols in FILE.pdb beside what goes out. The
+# runtime's objects bring symbols in another format, which nobody reads: the copy that goes out is without them.
+function(orvane_finish target file)
+  set_target_properties(${target} PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/linked" ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/linked")
+  target_link_options(${target} PRIVATE -Wl,--pdb=${relative_out}/${file}.pdb -Wl,-Xlink=-pdbaltpath:%_PDB%
+                                        -Wl,-Xlink=-pdbsourcepath:.)
+  file(MAKE_DIRECTORY "${ORVANE_OUT}")
+  add_custom_command(TARGET ${target} POST_BUILD VERBATIM BYPRODUCTS "${ORVANE_OUT}/${file}"
+    COMMAND llvm-strip --strip-all -o "${ORVANE_OUT}/${file}" $<TARGET_FILE:${target}>)
+endfunction()
+
 # Gives `target` a version resource.
-function(orvane_version target file_name file_type description)
-  set(ORVANE_FILE_NAME "${file_name}")
-  set(ORVANE_FILE_TYPE "${file_type}")
-  set(ORVANE_FILE_DESCRIPTION "${description}")
+function(orvane_version target file type description)
   set(resource "${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc")
   configure_file(src/api/version.rc.in "${resource}" @ONLY)
   target_sources(${target} PRIVATE "${resource}")
 endfunction()
 
-# Moves the debug symbols of `target` into a file of their own beside it; the stripped file names that.
-function(orvane_split_symbols target)
-  set(file "$<TARGET_FILE:${target}>")
-  # The tools would write the present time into each file.
-  set(timeless ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=0)
-  add_custom_command(TARGET ${target} POST_BUILD
-    COMMAND ${timeless} ${CMAKE_OBJCOPY} --only-keep-debug ${file} ${file}.debug
-    COMMAND ${timeless} ${CMAKE_STRIP} --strip-all ${file}
-    COMMAND ${timeless} ${CMAKE_OBJCOPY} --add-gnu-debuglink=${file}.debug ${file}
-    VERBATIM)
-endfunction()
+# Completes what was built, and says what the package holds.
+function(orvane_release)
+  set(definitions src/api/orvane_mcp.def)
+  set_target_properties(orvane_mcp PROPERTIES PREFIX "" LINK_DEPENDS "${CMAKE_SOURCE_DIR}/${definitions}")
+  target_link_options(orvane_mcp PRIVATE ${relative_source}/${definitions})
+  orvane_version(orvane_mcp orvane_mcp.dll VFT_DLL "Orvane MCP library")
+  orvane_version(launcher orvane_mcp.exe VFT_APP "Orvane MCP server")
+  # Not for the tests: clang's symbols for an emulated thread-local variable name what doesn't exist.
+  foreach(target orvane_core launcher viewer)
+    target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:C,CXX>:-g -gcodeview>)
+  endforeach()
+  orvane_finish(orvane_mcp orvane_mcp.dll)
+  orvane_finish(launcher orvane_mcp.exe)
+  orvane_finish(viewer Orvane.exe)
 
-# Installs what a host needs: the library, the launcher, the header, the import files and the CMake package.
-function(orvane_install)
+  # The import library for Microsoft's linker. GNU's linker takes the one that ours makes.
+  set(import_library "${CMAKE_BINARY_DIR}/linked/orvane_mcp.lib")
+  add_custom_command(OUTPUT "${import_library}" DEPENDS ${definitions} WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}" VERBATIM
+    COMMAND llvm-dlltool -m i386:x86-64 -D orvane_mcp.dll -d ${definitions} -l "${import_library}")
+  add_custom_target(msvc_import_library ALL DEPENDS "${import_library}")
+
   include(CMakePackageConfigHelpers)
-  set(package lib/cmake/OrvaneMcp)
-  install(TARGETS orvane_mcp EXPORT OrvaneMcpTargets RUNTIME DESTINATION bin ARCHIVE DESTINATION lib
-          INCLUDES DESTINATION include)
-  install(TARGETS launcher RUNTIME DESTINATION bin)
+  set(config_version "${CMAKE_CURRENT_BINARY_DIR}/OrvaneMcpConfigVersion.cmake")
+  write_basic_package_version_file("${config_version}" COMPATIBILITY SameMinorVersion)
+  install(FILES cmake/OrvaneMcpConfig.cmake "${config_version}" DESTINATION lib/cmake/OrvaneMcp)
+  install(PROGRAMS "${ORVANE_OUT}/orvane_mcp.dll" "${ORVANE_OUT}/orvane_mcp.exe" DESTINATION bin)
+  install(FILES "${ORVANE_OUT}/orvane_mcp.dll.pdb" "${ORVANE_OUT}/orvane_mcp.exe.pdb" DESTINATION symbols)
+  install(FILES ${definitions} "${import_library}" "${CMAKE_BINARY_DIR}/linked/liborvane_mcp.dll.a" DESTINATION lib)
   install(FILES src/api/exports.h DESTINATION include/orvane_mcp)
-  install(FILES src/api/orvane_mcp.def DESTINATION lib)
-  install(FILES docs/host-integration.md docs/control-protocol.md DESTINATION docs)
-  install(EXPORT OrvaneMcpTargets FILE OrvaneMcpConfig.cmake NAMESPACE OrvaneMcp:: DESTINATION ${package})
-  write_basic_package_version_file("${CMAKE_CURRENT_BINARY_DIR}/OrvaneMcpConfigVersion.cmake"
-                                   COMPATIBILITY SameMinorVersion)
-  install(FILES "${CMAKE_CURRENT_BINARY_DIR}/OrvaneMcpConfigVersion.cmake" DESTINATION ${package})
+  install(DIRECTORY docs DESTINATION . FILES_MATCHING PATTERN "*.md" PATTERN "*.png")
+  install(DIRECTORY examples DESTINATION .)
+
+  # out/package/NAME is the package unpacked, out/NAME.zip the package.
+  set(name "orvane-mcp-${PROJECT_VERSION}-win64")
+  set(out "${CMAKE_SOURCE_DIR}/out")
+  add_custom_target(package_zip VERBATIM DEPENDS orvane_mcp launcher msvc_import_library
+    COMMAND ${CMAKE_COMMAND} -E rm -rf "${out}/package"
+    COMMAND ${CMAKE_COMMAND} --install "${CMAKE_BINARY_DIR}" --prefix "${out}/package/${name}"
+    COMMAND python3 "${CMAKE_SOURCE_DIR}/cmake/zip.py" "${out}/package/${name}" "${out}/${name}.zip")
 endfunction()

@@ -1,76 +1,27 @@
-/// The board that the viewer shows, its drawing set, and their files.
+/// A board: JSON, in memory as in its file. "outline" is a list of boxes that make its shape together, "nets" and
+/// "components" are lists of records, and a component has a list of "pins". A record's texts and boxes are always
+/// there.
 #pragma once
 
 #include "text.h"
 
+#include <array>
+#include <nlohmann/json.hpp>
+
+using nlohmann::json;
+
 /// In millimetres on the board or in points on a page; x to the right, y downwards.
-struct Box {
-    double left = 0, top = 0, right = 0, bottom = 0;
-};
+using Box = std::array<double, 4>;
+enum { Left, Top, Right, Bottom };
 
-struct Pin {
-    std::string number, name, net;
-    Box pad;
-};
+/// Throws a Refusal when the file can't be read or is not a board.
+json LoadBoard(const std::filesystem::path& path);
 
-struct Component {
-    std::string refdes, side, package, info, displayInfo, note;
-    Box body;
-    std::vector<Pin> pins;
-};
+/// A text of a record.
+const std::string& Text(const json& record, const char* key);
 
-struct Net {
-    std::string name, description, note;
-    std::string noConnect;  ///< "0" or "1"
-};
+/// Whether two names are the same; the case of letters doesn't count.
+bool SameName(std::string_view one, std::string_view other);
 
-struct Board {
-    std::string name;
-    std::string schematic;     ///< path of the drawing set, relative to the board's file; empty for none
-    std::vector<Box> outline;  ///< boxes that make its shape together
-    std::vector<Component> components;
-    std::vector<Net> nets;
-};
-
-/// One page of a drawing set: the parts of one side of the board, the bottom as seen through it, and text below them.
-struct Page {
-    std::string side, text;
-};
-
-struct Word {
-    Box box;
-    std::string text;
-};
-
-constexpr Box WholePage{0, 0, 660, 720};
-constexpr int LetterColumns = 5, LetterRows = 7, LetterAdvance = 6;  ///< a letter's dots, each a point wide and high
-
-/// A board's file has a line for each record and tabs between its columns. Loading throws a Refusal with the line that
-/// can't be read, storing when the file can't be written.
-Board LoadBoard(const std::filesystem::path& path);
-void SaveBoard(const Board& board, const std::filesystem::path& path);
-
-/// The pages of a drawing set: plain text, parted by form feeds; the sides take turns. Throws a Refusal.
-std::vector<Page> LoadPages(const std::filesystem::path& path);
-
-/// The record whose member has this text, in any case; null when there is none. Valid until the vector changes.
-template <typename Record>
-Record* Find(std::vector<Record>& records, std::string Record::*member, std::string_view text) {
-    for (Record& record : records) {
-        if (Lower(record.*member) == Lower(text)) return &record;
-    }
-    return nullptr;
-}
-
-/// "left,top,right,bottom".
-std::string BoxText(const Box& box);
-
-/// The box with its edges moved outwards.
-Box Grown(const Box& box, double by);
-
-/// Where a box of the board and a part's label stand on a page.
-Box OnPage(const Box& box);
-Word LabelOf(const Component& component);
-
-/// All words of a page: first the labels of its parts, then its text.
-std::vector<Word> WordsOf(const Board& board, const Page& page);
+/// The record of a list with this name; null when there is none. Valid until the list changes.
+json* Find(json& list, std::string_view name);

@@ -1,11 +1,12 @@
 // A small viewer that hosts the library: a window that answers commands, a board to answer from, and a console that
-// tells what happens. All of the viewer's state belongs to the window's thread. Its one argument is a board file.
+// shows what happens. All of the viewer's state belongs to the window's thread. Its one argument is a board file.
 
 #include "commands.h"
 #include "platform/platform.h"
 
 #include <atomic>
-#include <cstdio>
+#include <iostream>
+#include <memory>
 #include <set>
 #include <thread>
 
@@ -13,33 +14,26 @@ namespace {
 
 constexpr UINT CheckClientsMessage = WM_APP + 1;
 constexpr auto CheckClientsPause = std::chrono::milliseconds(250);
-constexpr char DefaultBoard[] = "demo/demo_board.orv";
 
 Viewer viewer;
 std::set<std::string> shownClients;
 std::atomic<HWND> hostWindow{nullptr};
 
-void Print(const std::string& line) {
-    std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
-}
-
-/// Tells which clients have come and gone since the last look.
+/// Reports which clients have come and gone since the last look.
 void CheckClients() {
     std::set<std::string> clients;
-    for (std::int32_t i = 0; i < OrvaneMcp_GetClientCount(); ++i) {
-        ClientInfo info{};
-        info.Size = sizeof info;
-        // A client may leave between the count and this call; then the next look tells.
-        if (!OrvaneMcp_GetClientInfo(i, &info)) break;
-        clients.insert(FromWide(info.DisplayName) + ", " + FromWide(info.Transport) + ", since " +
-                       FromWide(info.ConnectedAt));
+    ClientInfo info{};
+    info.Size = sizeof info;
+    // A client that leaves in between ends the loop early; the next look sees the others.
+    for (std::int32_t i = 0; OrvaneMcp_GetClientInfo(i, &info); ++i) {
+        clients.insert(OneLine(FromWide(info.DisplayName) + " over " + FromWide(info.Transport) + ", since " +
+                               FromWide(info.ConnectedAt)));
     }
     for (const std::string& client : clients) {
-        if (!shownClients.contains(client)) Print("client came: " + client);
+        if (!shownClients.contains(client)) std::cout << "client connected: " << client << std::endl;
     }
     for (const std::string& client : shownClients) {
-        if (!clients.contains(client)) Print("client left: " + client);
+        if (!clients.contains(client)) std::cout << "client left: " << client << std::endl;
     }
     shownClients = std::move(clients);
 }
@@ -51,7 +45,7 @@ LRESULT CALLBACK AnswerMessage(HWND window, UINT message, WPARAM wParam, LPARAM 
             HostCommand& command = *reinterpret_cast<HostCommand*>(lParam);
             if (command.Size < sizeof command) return 0;
             CheckClients();
-            Print(AnswerCommand(viewer, command));
+            std::cout << AnswerCommand(viewer, command) << std::endl;
             return command.Success;
         }
         case CheckClientsMessage: CheckClients(); return 0;
@@ -61,70 +55,65 @@ LRESULT CALLBACK AnswerMessage(HWND window, UINT message, WPARAM wParam, LPARAM 
     }
 }
 
-/// Ctrl+C, on a thread of the system's. The window's thread does the ending.
+/// Ctrl+C, on a thread of the system's. The window's thread shuts down.
 BOOL WINAPI AnswerConsole(DWORD) {
     PostMessageW(hostWindow, WM_CLOSE, 0, 0);
     return TRUE;
 }
 
-/// The window that takes commands. It is for messages only; a viewer with a face would give its main window.
-struct HostWindow {
-    HostWindow() {
-        WNDCLASSW windowClass{};
-        windowClass.lpfnWndProc = AnswerMessage;
-        windowClass.lpszClassName = TEXT("OrvaneDemoViewer");
-        RegisterClassW(&windowClass);
-        hostWindow = CreateWindowExW(0, windowClass.lpszClassName, TEXT("Orvane"), 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
-                                     nullptr, nullptr);
-        if (!hostWindow) throw Refusal("The window can't be created.");
+/// Starts the server and waits until clients can connect. Returns the pipe's name; a Refusal has the library's reason.
+std::string StartServer(HWND window) {
+    ControlServerStartInfo info{};
+    info.HostWindowHandle = window;
+    OrvaneMcpChar text[256]{};
+    if (OrvaneMcp_StartControlServer(&info)) {
+        OrvaneMcp_GetPipeName(text, 256);
+        const auto pipeName = ToWide(FromWide(text));
+        // The listener makes the pipe a moment after the start, or leaves an error.
+        while (!OrvaneMcp_GetLastError(text, 256)) {
+            if (WaitNamedPipeW(pipeName.c_str(), 1)) return FromWide(pipeName);
+            Sleep(1);
+        }
     }
-    ~HostWindow() { DestroyWindow(hostWindow); }  // has no effect on one that WM_CLOSE has destroyed
-    HostWindow& operator=(HostWindow&&) = delete;
-};
-
-/// The library's server, from its start to its stop.
-struct ControlServer {
-    explicit ControlServer(HWND window) {
-        ControlServerStartInfo info{};
-        info.HostWindowHandle = window;
-        if (OrvaneMcp_StartControlServer(&info)) return;
-        OrvaneMcpChar error[256]{};
-        OrvaneMcp_GetLastError(error, std::size(error));
-        throw Refusal(FromWide(error));
-    }
-    ~ControlServer() { OrvaneMcp_StopControlServer(); }
-    ControlServer& operator=(ControlServer&&) = delete;
-};
+    OrvaneMcp_GetLastError(text, 256);
+    throw Refusal(FromWide(text));
+}
 
 void Serve(const std::filesystem::path& board) {
     OpenBoard(viewer, board);
-    const HostWindow window;
+    WNDCLASSW windowClass{};
+    windowClass.lpfnWndProc = AnswerMessage;
+    windowClass.lpszClassName = TEXT("OrvaneDemoViewer");
+    RegisterClassW(&windowClass);
+    // For messages only; a viewer with a face would give its main window. To destroy it twice does no harm.
+    const std::unique_ptr<std::remove_pointer_t<HWND>, decltype(&DestroyWindow)> window(
+        CreateWindowExW(0, windowClass.lpszClassName, TEXT("Orvane"), 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr,
+                        nullptr),
+        DestroyWindow);
+    if (!window) throw Refusal("The window can't be created.");
+    hostWindow = window.get();
     SetConsoleCtrlHandler(AnswerConsole, TRUE);
-    const ControlServer server(hostWindow);
+    const auto stopServer = [](void*) { OrvaneMcp_StopControlServer(); };
+    const std::unique_ptr<Viewer, decltype(stopServer)> running(&viewer, stopServer);
+    const std::string pipeName = StartServer(window.get());
     const std::jthread reminder([](std::stop_token stop) {
         for (; !stop.stop_requested(); std::this_thread::sleep_for(CheckClientsPause)) {
             PostMessageW(hostWindow, CheckClientsMessage, 0, 0);
         }
     });
-
-    OrvaneMcpChar pipe[256]{};
-    OrvaneMcp_GetPipeName(pipe, std::size(pipe));
-    Print("serving " + PathText(viewer.boardPath) + " (" + viewer.board.name + ", " +
-          std::to_string(viewer.board.components.size()) + " components) on " + FromWide(pipe));
+    std::cout << "serving " << PathText(viewer.boardPath) << " on " << pipeName << std::endl;
     MSG message{};
     while (GetMessageW(&message, nullptr, 0, 0) > 0) DispatchMessageW(&message);
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     SetConsoleOutputCP(CP_UTF8);
-    try {
-        Serve(PathOf(argc > 1 ? argv[1] : DefaultBoard));
-        Print("stopped");
-        return 0;
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "Orvane.exe: %s\n", failure.what());
-        return 1;
-    }
+    Serve(PathOf(argc > 1 ? argv[1] : "demo/demo_board.orv"));
+    std::cout << "stopped" << std::endl;
+    return 0;
+} catch (const std::exception& failure) {
+    std::cerr << "Orvane.exe: " << OneLine(failure.what()) << std::endl;
+    return 1;
 }

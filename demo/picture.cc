@@ -2,146 +2,136 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
+#define STB_IMAGE_WRITE_IMPLEMENTATION
+#define STB_IMAGE_WRITE_STATIC
+#define STBI_WRITE_NO_STDIO
+#include <stb/stb_easy_font.h>
+#include <stb/stb_image_write.h>
 
 namespace {
 
-/// The colours of a picture: what a pixel holds is the place of its colour in the palette.
-enum Colour : std::uint8_t { Paper, Ink, Laminate, Body, BodyEdge, Label, Pad, Chosen, ChosenEdge };
-constexpr std::uint8_t Palette[][3] = {{250, 249, 244}, {38, 50, 66},   {28, 94, 72},  {44, 48, 54},  {110, 118, 126},
-                                       {240, 240, 236}, {212, 172, 86}, {226, 84, 42}, {255, 214, 64}};
+using Colour = std::array<double, 4>;  ///< red, green and blue up to 255, and how much it covers, up to 1
+constexpr Colour Paper{250, 249, 245, 1}, Ink{38, 50, 66, 1}, Mask{22, 92, 68, 1}, MaskEdge{186, 158, 88, 1},
+    Body{46, 50, 56, 1}, BodyEdge{120, 128, 136, 1}, Label{246, 246, 242, 1}, Pad{222, 190, 112, 1},
+    Chosen{208, 64, 24, 1}, Glow{255, 200, 60, 0.2}, LivePad{92, 220, 255, 1};
+constexpr double BoardMargin = 30, PointsPerMillimetre = 5, FarthestPlace = 5000, TextTop = 425, LineAdvance = 12;
+constexpr double MostPixelsPerPoint = 2, FewestPixelsPerPoint = 0.25, LetterHeight = 9, GlowSize = 9;
 
-constexpr double MostPixelsPerPoint = 2, FewestPixelsPerPoint = 0.25;
-constexpr double EdgeSize = 0.5, ChosenEdgeSize = 2.5;  ///< points
-constexpr std::size_t LongestBlock = 0xFFFF;            ///< of a zlib stream
-
-/// The characters from blank to underscore: 7 rows of 5 bits, the top row in the highest bits, its left column first.
-constexpr std::uint64_t Letters[] = {
-    0x0,         0x3A2111004, 0x3A2111004, 0x295F57D4A, 0x3A2111004, 0x674222173, 0x3A2111004, 0x108800000,
-    0x088842082, 0x208210888, 0x02AEFBAA0, 0x0084F9080, 0x000003088, 0x000070000, 0x00000018C, 0x042222210,
-    0x3A33AE62E, 0x11942109F, 0x3A213221F, 0x78217043E, 0x08CA97C42, 0x7E1E0862E, 0x1910F462E, 0x7C2221084,
-    0x3A317462E, 0x3A317844C, 0x018C03180, 0x3A2111004, 0x3A2111004, 0x001F07C00, 0x208208888, 0x3A2111004,
-    0x3A2111004, 0x11518FE31, 0x7A31F463E, 0x3A308422E, 0x72518C65C, 0x7E10F421F, 0x7E10F4210, 0x3A30BC62F,
-    0x4631FC631, 0x38842108E, 0x1C4210A4C, 0x4654C5251, 0x42108421F, 0x4775AC631, 0x4739ACE71, 0x3A318C62E,
-    0x7A31F4210, 0x3A318D64D, 0x7A31F5251, 0x3E107043E, 0x7C8421084, 0x46318C62E, 0x463152884, 0x4631AD771,
-    0x462A22A31, 0x462A21084, 0x7C222221F, 0x3A2111004, 0x3A2111004, 0x3A2111004, 0x3A2111004, 0x00000001F,
-};
-
-/// A picture of an area of a page; one byte, a Colour, for each pixel, row by row.
+/// A picture of an area of a page; three bytes for each pixel, row by row.
 struct Canvas {
     Box area;
-    double pixelsPerPoint;
+    double scale;  ///< pixels per point
     int width, height;
-    std::string pixels;
+    std::vector<std::uint8_t> pixels;
 };
 
-int Pixel(double points, double pixelsPerPoint, int limit) {
-    return static_cast<int>(std::clamp(std::round(points * pixelsPerPoint), 0.0, double(limit)));
-}
-
-/// Paints a box of the page, as far as it lies in the picture.
-void Fill(Canvas& canvas, const Box& box, Colour colour) {
-    const int left = Pixel(box.left - canvas.area.left, canvas.pixelsPerPoint, canvas.width);
-    const int right = Pixel(box.right - canvas.area.left, canvas.pixelsPerPoint, canvas.width);
-    const int bottom = Pixel(box.bottom - canvas.area.top, canvas.pixelsPerPoint, canvas.height);
-    for (int y = Pixel(box.top - canvas.area.top, canvas.pixelsPerPoint, canvas.height); y < bottom; ++y) {
-        const auto row = canvas.pixels.begin() + std::ptrdiff_t(y) * canvas.width;
-        if (left < right) std::fill(row + left, row + right, static_cast<char>(colour));
-    }
-}
-
-void Write(Canvas& canvas, const Word& word, Colour colour) {
-    double left = word.box.left;
-    for (char letter : word.text) {
-        if (letter >= 'a' && letter <= 'z') letter = static_cast<char>(letter - 'a' + 'A');
-        const std::uint64_t dots = Letters[(letter < ' ' || letter > '_' ? '?' : letter) - ' '];
-        for (int dot = 0; dot < LetterColumns * LetterRows; ++dot) {
-            const double x = left + dot % LetterColumns, y = word.box.top + dot / LetterColumns;
-            if (dots >> (LetterColumns * LetterRows - 1 - dot) & 1) Fill(canvas, {x, y, x + 1, y + 1}, colour);
+/// Paints a box of the page with round corners, as far as it lies in the picture. A pixel at the edge is covered by as
+/// much of it as lies inside.
+void Paint(Canvas& canvas, const Box& box, const Colour& colour, double corner = 0) {
+    const double radius = std::max(corner * canvas.scale, 0.5);
+    const auto pixel = [&](std::size_t edge) { return (box[edge] - canvas.area[edge % 2]) * canvas.scale; };
+    const int endX = static_cast<int>(std::clamp(pixel(Right) + 1, 0.0, double(canvas.width)));
+    const int endY = static_cast<int>(std::clamp(pixel(Bottom) + 1, 0.0, double(canvas.height)));
+    for (int y = static_cast<int>(std::clamp(pixel(Top), 0.0, double(canvas.height))); y < endY; ++y) {
+        for (int x = static_cast<int>(std::clamp(pixel(Left), 0.0, double(canvas.width))); x < endX; ++x) {
+            const double beyondX = std::max({pixel(Left) + radius - x - 0.5, x + 0.5 - pixel(Right) + radius, 0.0});
+            const double beyondY = std::max({pixel(Top) + radius - y - 0.5, y + 0.5 - pixel(Bottom) + radius, 0.0});
+            const double cover = std::clamp(radius + 0.5 - std::hypot(beyondX, beyondY), 0.0, 1.0) * colour[3];
+            for (std::size_t i = 0; i < 3; ++i) {
+                std::uint8_t& value = canvas.pixels[static_cast<std::size_t>(y * canvas.width + x) * 3 + i];
+                value = static_cast<std::uint8_t>(std::lround(value + (colour[i] - value) * cover));
+            }
         }
-        left += LetterAdvance;
     }
 }
 
-void DrawPart(Canvas& canvas, const Component& part, bool chosen) {
-    const Box body = OnPage(part.body);
-    Fill(canvas, Grown(body, chosen ? ChosenEdgeSize : EdgeSize), chosen ? ChosenEdge : BodyEdge);
-    Fill(canvas, body, chosen ? Chosen : Body);
-    for (const Pin& pin : part.pins) Fill(canvas, OnPage(pin.pad), Pad);
+/// A word at its place, in the letters that the font has. Very long ones are cut.
+Word WordAt(double left, double top, std::string_view text) {
+    std::string letters(text.substr(0, 200));
+    for (char& letter : letters) letter = letter < ' ' || letter > '~' ? '?' : letter;
+    return {{left, top, left + stb_easy_font_width(letters.data()), top + LetterHeight}, letters};
+}
+
+void Write(Canvas& canvas, Word word, const Colour& colour) {
+    constexpr std::size_t strokeFloats = 16;  // four corners of x, y and two that don't matter
+    std::vector<float> strokes(word.text.size() * 32 * strokeFloats);
+    int count = stb_easy_font_print(float(word.box[Left]), float(word.box[Top]), word.text.data(), nullptr,
+                                    strokes.data(), static_cast<int>(strokes.size() * sizeof(float)));
+    for (const float* at = strokes.data(); count > 0; --count, at += strokeFloats) {
+        Paint(canvas, {at[0], at[1], at[8], at[9]}, colour);
+    }
+}
+
+/// Where a box of a record lies on a page. The numbers of a damaged file stay out of the arithmetic elsewhere.
+Box OnPage(const json& millimetres) {
+    Box box = millimetres.get<Box>();
+    for (double& edge : box) edge = BoardMargin + std::clamp(edge, -FarthestPlace, FarthestPlace) * PointsPerMillimetre;
+    return box;
+}
+
+Word LabelOf(const json& part) {
+    const Box body = OnPage(part.at("body")), label = WordAt(0, 0, Text(part, "name")).box;
+    return WordAt(std::round((body[Left] + body[Right] - label[Right]) / 2),
+                  std::round((body[Top] + body[Bottom] - label[Bottom]) / 2) + 1, Text(part, "name"));
+}
+
+void DrawPart(Canvas& canvas, const json& part, bool chosen, std::string_view net) {
+    const Box body = OnPage(part.at("body"));
+    for (double size = GlowSize; chosen && size > 0; --size) Paint(canvas, Grown(body, size), Glow, size);
+    Paint(canvas, Grown(body, 0.5), chosen ? Paper : BodyEdge, 2);
+    Paint(canvas, body, chosen ? Chosen : Body, 1.5);
+    for (const json& pin : part.at("pins")) {
+        const bool live = !net.empty() && SameName(Text(pin, "net"), net);
+        Paint(canvas, Grown(OnPage(pin.at("pad")), live ? 1.5 : 0), live ? LivePad : Pad, live ? 2 : 0);
+    }
+    Paint(canvas, Grown(LabelOf(part).box, 0.5), chosen ? Chosen : Body, 1);  // pads don't blur the letters
     Write(canvas, LabelOf(part), Label);
-}
-
-void PutBigEndian(std::string& out, std::uint32_t value) {
-    for (int shift = 24; shift >= 0; shift -= 8) out += static_cast<char>(value >> shift);
-}
-
-/// A zlib stream of the bytes as they are.
-std::string Zlib(std::string_view bytes) {
-    std::string stream = "\x78\x01";
-    std::uint32_t low = 1, high = 0;
-    for (const char byte : bytes) {
-        low = (low + static_cast<unsigned char>(byte)) % 65521;
-        high = (high + low) % 65521;
-    }
-    for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), LongestBlock))) {
-        const std::size_t size = std::min(bytes.size(), LongestBlock);
-        stream += size == bytes.size() ? '\1' : '\0';
-        for (const std::size_t number : {size, ~size}) stream += {char(number), char(number >> 8)};
-        stream += bytes.substr(0, size);
-    }
-    PutBigEndian(stream, high << 16 | low);
-    return stream;
-}
-
-std::uint32_t Crc32(std::string_view bytes) {
-    std::uint32_t crc = ~0U;
-    for (const char byte : bytes) {
-        crc ^= static_cast<unsigned char>(byte);
-        for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (crc & 1 ? 0xEDB88320U : 0);
-    }
-    return ~crc;
-}
-
-void AppendChunk(std::string& png, std::string_view type, std::string_view data) {
-    PutBigEndian(png, static_cast<std::uint32_t>(data.size()));
-    const std::string body = std::string(type) + std::string(data);
-    png += body;
-    PutBigEndian(png, Crc32(body));
-}
-
-std::string EncodePng(const Canvas& canvas) {
-    std::string header, colours, rows;
-    PutBigEndian(header, static_cast<std::uint32_t>(canvas.width));
-    PutBigEndian(header, static_cast<std::uint32_t>(canvas.height));
-    header += {4, 3, 0, 0, 0};  // 4 bits a pixel, a palette, no interlacing
-    for (const auto& [red, green, blue] : Palette) colours += {char(red), char(green), char(blue)};
-    for (std::size_t at = 0; at < canvas.pixels.size(); at += 2) {
-        if (at % static_cast<std::size_t>(canvas.width) == 0) rows += '\0';  // the row follows as it is
-        rows += static_cast<char>(canvas.pixels[at] << 4 | canvas.pixels[at + 1]);
-    }
-    std::string png = "\x89PNG\r\n\x1A\n";
-    AppendChunk(png, "IHDR", header);
-    AppendChunk(png, "PLTE", colours);
-    AppendChunk(png, "IDAT", Zlib(rows));
-    AppendChunk(png, "IEND", "");
-    return png;
 }
 
 }  // namespace
 
-std::string DrawPage(const Board& board, const Page& page, const Box& area, const Component* chosen,
-                     std::size_t byteLimit) {
-    for (double scale = MostPixelsPerPoint; scale >= FewestPixelsPerPoint; scale /= 2) {
-        const int width = static_cast<int>((area.right - area.left) * scale / 2) * 2;  // two pixels share a byte
-        const int height = static_cast<int>((area.bottom - area.top) * scale);
-        Canvas canvas{area, scale, width, height, std::string(std::size_t(width * height), Paper)};
-        for (const Box& box : board.outline) Fill(canvas, OnPage(box), Laminate);
-        for (const Word& word : WordsOf(board, page)) Write(canvas, word, Ink);
-        for (const Component& part : board.components) {
-            if (part.side == page.side) DrawPart(canvas, part, &part == chosen);
+std::vector<Word> WordsOf(const json& board, const Page& page) {
+    std::vector<Word> words;
+    for (const json& part : board.at("components")) {
+        if (part.at("side") == page.side) words.push_back(LabelOf(part));
+    }
+    double top = TextTop;
+    for (const std::string& line : SplitAt(page.text, '\n')) {
+        double left = BoardMargin;
+        for (const std::string& text : SplitAt(OneLine(line), ' ')) {
+            if (!text.empty()) words.push_back(WordAt(left, top, text));
+            left = WordAt(left, top, text + " ").box[Right];
         }
-        std::string png = EncodePng(canvas);
-        if (byteLimit == 0 || (png.size() + 2) / 3 * 4 <= byteLimit) return png;
+        top += LineAdvance;
+    }
+    return words;
+}
+
+Box Grown(const Box& box, double by) {
+    return {box[Left] - by, box[Top] - by, box[Right] + by, box[Bottom] + by};
+}
+
+std::string DrawPage(const json& board, const Page& page, const Box& area, const json* chosen, std::string_view net,
+                     std::size_t byteLimit) {
+    const auto append = [](void* png, void* bytes, int size) {
+        static_cast<std::string*>(png)->append(static_cast<const char*>(bytes), static_cast<std::size_t>(size));
+    };
+    for (double scale = MostPixelsPerPoint; scale >= FewestPixelsPerPoint; scale /= 2) {
+        Canvas canvas{
+            area, scale, int((area[Right] - area[Left]) * scale), int((area[Bottom] - area[Top]) * scale), {}};
+        canvas.pixels.resize(static_cast<std::size_t>(canvas.width * canvas.height) * 3);
+        Paint(canvas, Grown(area, 2), Paper);
+        for (const json& box : board.at("outline")) Paint(canvas, Grown(OnPage(box), 1.5), MaskEdge, 11.5);
+        for (const json& box : board.at("outline")) Paint(canvas, OnPage(box), Mask, 10);
+        for (const Word& word : WordsOf(board, page)) Write(canvas, word, Ink);
+        for (const bool last : {false, true}) {  // the chosen part's glow lies over its neighbours
+            for (const json& part : board.at("components")) {
+                if (part.at("side") == page.side && (&part == chosen) == last) DrawPart(canvas, part, last, net);
+            }
+        }
+        std::string png;
+        stbi_write_png_to_func(append, &png, canvas.width, canvas.height, 3, canvas.pixels.data(), 0);
+        if (!png.empty() && (byteLimit == 0 || (png.size() + 2) / 3 * 4 <= byteLimit)) return png;
     }
     return {};
 }

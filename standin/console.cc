@@ -1,94 +1,53 @@
-#include "standin/descriptor.h"
+#include "standin/files.h"
 #include "standin/handles.h"
-#include "standin/watcher.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdint>
-#include <mutex>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
-#include <vector>
+#include <thread>
 
-namespace {
+static std::atomic<PHANDLER_ROUTINE> consoleHandler = nullptr;
+static std::atomic<int> signalEvents = -1;
 
-constexpr int HandledSignals[] = {SIGINT, SIGTERM};
-constexpr int ExitCodeOfCtrlC = 130;
-
-struct Console {
-    std::mutex Mutex;
-    std::vector<PHANDLER_ROUTINE> Handlers;
-    bool IgnoresCtrlC = false;
-    Descriptor Events{eventfd(0, EFD_CLOEXEC)};  // what the signal handler tells the thread
-};
-
-void RunHandlers(Console& console) {
-    for (;;) {
-        std::uint64_t count = 0;
-        if (read(console.Events.Get(), &count, sizeof(count)) < 0) continue;
-        std::vector<PHANDLER_ROUTINE> handlers;
-        bool ignored = false;
-        {
-            const std::lock_guard guard(console.Mutex);
-            handlers = console.Handlers;
-            ignored = console.IgnoresCtrlC;
-        }
-        // The last one added is asked first.
-        const bool handled = ignored || std::any_of(handlers.rbegin(), handlers.rend(), [](PHANDLER_ROUTINE handler) {
-                                 return handler(CTRL_C_EVENT) != FALSE;
-                             });
-        // Other threads are at work, so nothing of theirs is torn down.
-        if (!handled) _exit(ExitCodeOfCtrlC);
+/// What the signal handler can't do itself.
+static void CallHandler() {
+    for (eventfd_t count = 0;;) {
+        if (eventfd_read(signalEvents, &count) == 0) consoleHandler.load()(CTRL_C_EVENT);
     }
 }
 
-Console& TheConsole() {
-    static Console& console = *[] {
-        auto* const created = new Console;
-        StartServiceThread([created] { RunHandlers(*created); });
-        return created;
-    }();
-    return console;
-}
-
-std::atomic<int> eventsForSignal = -1;
-
-void OnSignal(int) {
+static void OnSignal(int) {
     const int before = errno;
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t told = write(eventsForSignal, &one, sizeof(one));
+    eventfd_write(signalEvents, 1);
     errno = before;
 }
 
-/// Takes or gives back the signals, whichever the handlers ask for. Under the console's mutex.
-void UpdateSignals(const Console& console) {
-    eventsForSignal = console.Events.Get();
-    struct sigaction action = {};
-    action.sa_flags = SA_RESTART;
-    if (console.Handlers.empty() && !console.IgnoresCtrlC) {
-        action.sa_handler = SIG_DFL;
-    } else {
-        action.sa_handler = OnSignal;
-    }
-    for (const int signal : HandledSignals) sigaction(signal, &action, nullptr);
+/// Sets the one handler, for good. A thread of its own calls it for each SIGINT and SIGTERM; what it returns is
+/// ignored.
+BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL) {
+    if (consoleHandler.exchange(handler) != nullptr) return Outcome(ERROR_INVALID_PARAMETER);
+    signalEvents = eventfd(0, EFD_CLOEXEC);
+    std::thread(CallHandler).detach();
+    for (const int handled : {SIGINT, SIGTERM}) signal(handled, OnSignal);
+    return TRUE;
 }
 
-}  // namespace
-
-BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL add) {
-    Console& console = TheConsole();
-    const std::lock_guard guard(console.Mutex);
-    if (handler == nullptr) {
-        console.IgnoresCtrlC = add != FALSE;
-    } else if (add != FALSE) {
-        console.Handlers.push_back(handler);
-    } else {
-        const auto found = std::find(console.Handlers.begin(), console.Handlers.end(), handler);
-        if (found == console.Handlers.end()) return Outcome(ERROR_INVALID_PARAMETER);
-        console.Handlers.erase(found);
-    }
-    UpdateSignals(console);
+BOOL GetConsoleMode(HANDLE console, LPDWORD mode) {
+    const std::shared_ptr<File> file = FindHandle<File>(console);
+    if (!file || isatty(file->Stream->Get()) == 0) return Outcome(ERROR_INVALID_HANDLE);
+    *mode = 0;
     return TRUE;
+}
+
+// A terminal here takes UTF-8, and no stream translates line ends.
+BOOL SetConsoleOutputCP(UINT) {
+    return TRUE;
+}
+int _fileno(std::FILE* stream) {
+    return fileno(stream);
+}
+int _setmode(int file, int) {
+    return fcntl(file, F_GETFD) >= 0 ? _O_BINARY : -1;
 }

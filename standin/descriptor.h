@@ -19,7 +19,6 @@ class Descriptor {
 
     explicit operator bool() const { return number_ >= 0; }
     int Get() const { return number_; }
-    void Reset() { *this = Descriptor(); }
 
   private:
     int number_ = -1;

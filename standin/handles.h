@@ -1,39 +1,44 @@
-/// The table behind every HANDLE and HKEY: values are handed out once and never again, so that a closed handle is
-/// always told from an open one.
+/// The table behind every HANDLE and HKEY. A value is given out once, so a closed handle never means another object.
 #pragma once
 
-#include "platform/platform.h"
+#include "standin/windows.h"
 
 #include <memory>
-#include <variant>
+#include <typeinfo>
 
-struct PipeEnd;
-struct Stream;
-struct ProcessObject;
-struct ProcessSnapshot;
-struct RegistryKey;
+struct HandleEntry {
+    std::shared_ptr<void> Object;
+    const std::type_info* Type = nullptr;
+};
 
-using HandleObject =
-    std::variant<std::monostate, std::shared_ptr<PipeEnd>, std::shared_ptr<Stream>, std::shared_ptr<ProcessObject>,
-                 std::shared_ptr<ProcessSnapshot>, std::shared_ptr<RegistryKey>>;
+HANDLE AddEntry(HandleEntry entry);
+HandleEntry FindEntry(HANDLE handle);
 
-HANDLE AddHandle(HandleObject object);
+/// Takes the entry out of the table. Calls under way keep its object alive.
+HandleEntry RemoveEntry(HANDLE handle);
 
-/// What stands behind `handle`; std::monostate for a closed or unknown one.
-HandleObject FindObject(HANDLE handle);
-
-/// The object behind `handle` when it is of this kind; else null, with ERROR_INVALID_HANDLE.
 template <typename Object>
-std::shared_ptr<Object> FindHandle(HANDLE handle) {
-    const HandleObject object = FindObject(handle);
-    const auto* found = std::get_if<std::shared_ptr<Object>>(&object);
-    if (found != nullptr) return *found;
-    SetLastError(ERROR_INVALID_HANDLE);
-    return nullptr;
+HANDLE AddHandle(std::shared_ptr<Object> object) {
+    return AddEntry({std::move(object), &typeid(Object)});
 }
 
-/// Takes `handle` out of the table; calls under way keep what stands behind it.
-HandleObject RemoveHandle(HANDLE handle);
+/// The object behind `entry` when it is of this kind, else null.
+template <typename Object>
+std::shared_ptr<Object> ObjectOf(const HandleEntry& entry) {
+    return entry.Type != nullptr && *entry.Type == typeid(Object) ? std::static_pointer_cast<Object>(entry.Object)
+                                                                  : nullptr;
+}
 
-/// Sets the last error and gives FALSE, or TRUE for ERROR_SUCCESS, which sets nothing.
+/// The same for a handle. Sets ERROR_INVALID_HANDLE when it returns null.
+template <typename Object>
+std::shared_ptr<Object> FindHandle(HANDLE handle) {
+    std::shared_ptr<Object> object = ObjectOf<Object>(FindEntry(handle));
+    if (!object) SetLastError(ERROR_INVALID_HANDLE);
+    return object;
+}
+
+/// Sets the last error and returns FALSE; returns TRUE for ERROR_SUCCESS, which sets nothing.
 BOOL Outcome(DWORD error);
+
+/// Sets the last error and returns INVALID_HANDLE_VALUE.
+HANDLE NoHandle(DWORD error);

@@ -1,31 +1,21 @@
-// Compiled into the library itself: tells its entry point of load and unload, as the loader of Windows does.
-#include "platform/platform.h"
-#include "standin/modules.h"
+// Compiled into the library itself: calls its entry point on load and unload, as the loader of Windows does.
+#include "standin/processes.h"
+#include "standin/windows.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved);
 
 namespace {
 
-char ownAddress;
-
-HINSTANCE OwnModule() {
-    HMODULE module = nullptr;
-    if (GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCWSTR>(&ownAddress), &module)) {
-        FreeLibrary(module);  // only the address was wanted, not a count
-    }
-    return module;
-}
-
-HINSTANCE loadedModule = nullptr;
+HMODULE ownModule = nullptr;
 
 [[gnu::constructor]] void OnLoad() {
-    loadedModule = OwnModule();
-    DllMain(loadedModule, DLL_PROCESS_ATTACH, nullptr);
+    const auto* const ownAddress = reinterpret_cast<LPCWSTR>(&ownModule);
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, ownAddress, &ownModule);
+    DllMain(ownModule, DLL_PROCESS_ATTACH, nullptr);
 }
 
 [[gnu::destructor]] void OnUnload() {
-    // A pinned module is only torn down when the whole process ends.
-    DllMain(loadedModule, DLL_PROCESS_DETACH, StandinModuleIsPinned(loadedModule) ? &ownAddress : nullptr);
+    DllMain(ownModule, DLL_PROCESS_DETACH, ProcessEnds() ? &ownModule : nullptr);
 }
 
 }  // namespace

@@ -1,14 +1,11 @@
-/// Processes as objects that a handle can stand for.
+/// The life of processes.
 #pragma once
 
-#include "platform/platform.h"
+#include <sys/types.h>
 
-#include <memory>
+/// Clock ticks from the machine's start to the process's, which tell it from a later one with the same id. 0 when there
+/// is no such process or it has ended.
+unsigned long long ProcessStart(pid_t process);
 
-struct ProcessObject;
-
-/// The process behind `handle`, the pseudo handle of this one included; null with ERROR_INVALID_HANDLE for others.
-std::shared_ptr<ProcessObject> FindProcess(HANDLE handle);
-
-/// What WaitForSingleObject gives for it, the last error included.
-DWORD WaitForProcess(ProcessObject& process, DWORD milliseconds);
+/// Whether this process is ending, so that its libraries are torn down with it. Known once any module has been pinned.
+[[gnu::visibility("default")]] bool ProcessEnds();

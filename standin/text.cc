@@ -4,22 +4,19 @@
 
 #include <algorithm>
 #include <cstdarg>
-#include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace {
 
 constexpr char16_t Replacement = 0xFFFD;
 
-/// The code point that opens `rest`, taken off it; U+FFFD for what is no UTF-8. A damaged sequence loses the bytes that
+/// Takes the first code point off `rest`; U+FFFD for what is not UTF-8. A damaged sequence loses the bytes that
 /// could still have become something, and never fewer than one.
 char32_t TakeCodePoint(std::string_view& rest) {
     const auto byteAt = [&rest](std::size_t i) { return static_cast<unsigned char>(rest[i]); };
     const unsigned char lead = byteAt(0);
-    std::size_t length = 1;
-    if (lead >= 0xC2 && lead <= 0xDF) length = 2;
-    if (lead >= 0xE0 && lead <= 0xEF) length = 3;
-    if (lead >= 0xF0 && lead <= 0xF4) length = 4;
+    const std::size_t length = lead < 0xC2 || lead > 0xF4 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
     if (length == 1) {
         rest.remove_prefix(1);
         return lead < 0x80 ? lead : Replacement;
@@ -28,7 +25,7 @@ char32_t TakeCodePoint(std::string_view& rest) {
     std::size_t used = 1;
     for (; used < length && used < rest.size() && (byteAt(used) & 0xC0) == 0x80; ++used) {
         point = point << 6 | (byteAt(used) & 0x3Fu);
-        // The second byte tells an overlong form, a surrogate or a point beyond the last one.
+        // The second byte shows an overlong form, a surrogate or a point beyond the last one.
         const bool hopeless = used == 1 && ((length == 3 && (point < 0x20 || (point >= 0x360 && point < 0x380))) ||
                                             (length == 4 && (point < 0x10 || point >= 0x110)));
         if (!hopeless) continue;
@@ -46,29 +43,26 @@ bool IsLowSurrogate(char16_t unit) {
     return unit >= 0xDC00 && unit < 0xE000;
 }
 
-/// Hands out a conversion's result the way both conversion calls do. Gives the count, 0 with the last error set when it
-/// does not fit.
+/// Copies a conversion's result as both conversion calls do: returns the count, which is all that a capacity of 0 asks
+/// for, or 0 with the last error set when the result doesn't fit.
 template <typename Text, typename Unit>
 int HandOut(const Text& text, Unit* target, int capacity) {
     const int count = static_cast<int>(text.size());
-    if (target == nullptr || capacity == 0) return count;
-    if (count > capacity) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return 0;
-    }
+    if (capacity == 0) return count;
+    if (count > capacity) return Outcome(ERROR_INSUFFICIENT_BUFFER);
     std::copy(text.begin(), text.end(), target);
     return count;
 }
 
-/// The source of a conversion; a length of -1 takes the terminator along.
+/// The source of a conversion; a length of -1 includes the terminator.
 template <typename Unit>
 std::basic_string_view<Unit> Source(const Unit* source, int length) {
     if (length >= 0) return {source, static_cast<std::size_t>(length)};
     return {source, std::char_traits<Unit>::length(source) + 1};
 }
 
-char16_t LowerAscii(char16_t unit) {
-    return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + 32) : unit;
+int LowerAscii(char16_t unit) {
+    return unit >= u'A' && unit <= u'Z' ? unit + 32 : unit;
 }
 
 }  // namespace
@@ -78,12 +72,8 @@ std::u16string Utf16From(std::string_view utf8) {
     wide.reserve(utf8.size());
     while (!utf8.empty()) {
         const char32_t point = TakeCodePoint(utf8);
-        if (point < 0x10000) {
-            wide += static_cast<char16_t>(point);
-        } else {
-            wide += static_cast<char16_t>(0xD800 + ((point - 0x10000) >> 10));
-            wide += static_cast<char16_t>(0xDC00 + ((point - 0x10000) & 0x3FF));
-        }
+        if (point >= 0x10000) wide += static_cast<char16_t>(0xD7C0 + (point >> 10));
+        wide += static_cast<char16_t>(point < 0x10000 ? point : 0xDC00 + (point & 0x3FF));
     }
     return wide;
 }
@@ -98,23 +88,10 @@ std::string Utf8From(std::u16string_view utf16) {
         } else if (IsHighSurrogate(utf16[i]) || IsLowSurrogate(utf16[i])) {
             point = Replacement;
         }
-        const auto add = [&bytes](char32_t byte) { bytes += static_cast<char>(byte); };
-        const auto continuation = [&](unsigned shift) { add(0x80 | (point >> shift & 0x3F)); };
-        if (point < 0x80) {
-            add(point);
-        } else if (point < 0x800) {
-            add(0xC0 | point >> 6);
-            continuation(0);
-        } else if (point < 0x10000) {
-            add(0xE0 | point >> 12);
-            continuation(6);
-            continuation(0);
-        } else {
-            add(0xF0 | point >> 18);
-            continuation(12);
-            continuation(6);
-            continuation(0);
-        }
+        constexpr char32_t leads[] = {0, 0xC0, 0xE0, 0xF0};
+        const int following = point < 0x80 ? 0 : point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+        bytes += static_cast<char>(leads[following] | point >> 6 * following);
+        for (int i = following - 1; i >= 0; --i) bytes += static_cast<char>(0x80 | (point >> 6 * i & 0x3F));
     }
     return bytes;
 }
@@ -125,87 +102,39 @@ bool CopyCut(std::u16string_view text, LPWSTR target, std::size_t capacity) {
     return copied == text.size();
 }
 
-int MultiByteToWideChar(UINT codePage, DWORD flags, const char* source, int sourceLength, LPWSTR target, int capacity) {
-    if (codePage != CP_UTF8 || flags != 0 || source == nullptr || sourceLength == 0 || capacity < 0) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
+// Only UTF-8 is ever asked for, with no flags.
+int MultiByteToWideChar(UINT, DWORD, const char* source, int sourceLength, LPWSTR target, int capacity) {
     return HandOut(Utf16From(Source(source, sourceLength)), target, capacity);
 }
 
-int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR source, int sourceLength, char* target, int capacity,
-                        const char* defaultChar, BOOL* usedDefault) {
-    const bool supported = codePage == CP_UTF8 && flags == 0 && defaultChar == nullptr && usedDefault == nullptr;
-    if (!supported || source == nullptr || sourceLength == 0 || capacity < 0) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
+int WideCharToMultiByte(UINT, DWORD, LPCWSTR source, int sourceLength, char* target, int capacity, const char*, BOOL*) {
     return HandOut(Utf8From(Source(source, sourceLength)), target, capacity);
 }
 
-errno_t wcsncpy_s(LPWSTR target, std::size_t capacity, LPCWSTR source, std::size_t count) {
-    constexpr errno_t invalid = 22;
-    constexpr errno_t tooLong = 34;
+/// Copies what fits; nobody asks for another count than _TRUNCATE.
+errno_t wcsncpy_s(LPWSTR target, std::size_t capacity, LPCWSTR source, std::size_t) {
     constexpr errno_t truncated = 80;
-    if (target == nullptr || capacity == 0) return invalid;
-    target[0] = 0;
-    if (source == nullptr) return count == 0 ? 0 : invalid;
-    const std::u16string_view whole(source);
-    const std::u16string_view wanted = whole.substr(0, count);
-    if (wanted.size() < capacity || count == _TRUNCATE) return CopyCut(wanted, target, capacity) ? 0 : truncated;
-    return tooLong;
+    return CopyCut(source, target, capacity) ? 0 : truncated;
 }
 
+/// Knows the formats that are the same in narrow text.
 int swprintf_s(LPWSTR target, std::size_t capacity, LPCWSTR format, ...) {
-    if (target == nullptr || capacity == 0) return -1;
-    std::u16string text;
-    bool known = true;
+    char text[1024];
     std::va_list arguments;
     va_start(arguments, format);
-    for (; *format != 0 && known; ++format) {
-        if (*format != u'%') {
-            text += *format;
-            continue;
-        }
-        ++format;
-        const bool zeros = *format == u'0';
-        std::size_t width = 0;
-        for (; *format >= u'0' && *format <= u'9'; ++format)
-            width = width * 10 + static_cast<std::size_t>(*format - u'0');
-        if (*format == u'l') ++format;
-        std::u16string field;
-        if (*format == u'u') {
-            // A long has 32 bits here, as DWORD has.
-            field = Utf16From(std::to_string(va_arg(arguments, unsigned)));
-        } else if (*format == u's') {
-            field = va_arg(arguments, LPCWSTR);
-        } else if (*format == u'%') {
-            field = u"%";
-        } else {
-            known = false;
-            break;
-        }
-        if (field.size() < width) text.append(width - field.size(), zeros ? u'0' : u' ');
-        text += field;
-    }
+    const int length = std::vsnprintf(text, sizeof(text), Utf8From(format).c_str(), arguments);
     va_end(arguments);
-    target[0] = 0;
-    if (!known || text.size() >= capacity) return -1;
-    CopyCut(text, target, capacity);
-    return static_cast<int>(text.size());
+    const bool whole = CopyCut(Utf16From(text), target, capacity) && length < static_cast<int>(sizeof(text));
+    return whole ? length : -1;
 }
 
 int _wcsicmp(LPCWSTR left, LPCWSTR right) {
-    while (*left != 0 && LowerAscii(*left) == LowerAscii(*right)) {
-        ++left;
-        ++right;
-    }
+    for (; *left != 0 && LowerAscii(*left) == LowerAscii(*right); ++left) ++right;
     return LowerAscii(*left) - LowerAscii(*right);
 }
 
 int StandinIsWideSpace(std::wint_t unit) {
-    const bool isSpace = (unit >= 9 && unit <= 13) || unit == 0x20 || unit == 0x85 || unit == 0xA0 || unit == 0x1680 ||
-                         (unit >= 0x2000 && unit <= 0x200A) || unit == 0x2028 || unit == 0x2029 || unit == 0x202F ||
-                         unit == 0x205F || unit == 0x3000;
-    return isSpace ? 1 : 0;
+    constexpr std::wstring_view others = L"\x20\x85\xA0\u1680\u2028\u2029\u202F\u205F\u3000";
+    const bool inRange = (unit >= 9 && unit <= 13) || (unit >= 0x2000 && unit <= 0x200A);
+    return inRange || others.find(static_cast<wchar_t>(unit)) != others.npos ? 1 : 0;
 }

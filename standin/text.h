@@ -1,7 +1,7 @@
-/// Short ways between the machine's UTF-8 and the platform's UTF-16.
+/// Conversions between the machine's UTF-8 and the platform's UTF-16.
 #pragma once
 
-#include "platform/platform.h"
+#include "standin/windows.h"
 
 #include <string>
 #include <string_view>

@@ -1,29 +1,25 @@
-#include "standin/handles.h"
+#include "standin/windows.h"
 
 #include <cerrno>
 #include <cstdint>
 #include <time.h>
 
-namespace {
-
 // File times count 100 ns from the first day of 1601; the machine counts from the first day of 1970.
 constexpr std::int64_t TicksPerSecond = 10'000'000;
 constexpr std::int64_t SecondsToUnixEpoch = 11'644'473'600;
 
-std::uint64_t Ticks(const FILETIME& time) {
-    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+static std::int64_t Ticks(const FILETIME& time) {
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
 }
 
-FILETIME FileTime(std::int64_t ticks) {
+static FILETIME FileTime(std::int64_t ticks) {
     const auto bits = static_cast<std::uint64_t>(ticks);
     return {static_cast<DWORD>(bits), static_cast<DWORD>(bits >> 32)};
 }
 
-std::int64_t UnixSeconds(const FILETIME& time) {
-    return static_cast<std::int64_t>(Ticks(time)) / TicksPerSecond - SecondsToUnixEpoch;
+static time_t UnixSeconds(const FILETIME& time) {
+    return Ticks(time) / TicksPerSecond - SecondsToUnixEpoch;
 }
-
-}  // namespace
 
 DWORD GetTickCount() {
     timespec now = {};
@@ -47,21 +43,18 @@ BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local) {
     const time_t seconds = UnixSeconds(*utc);
     tm fields = {};
     tzset();
-    if (localtime_r(&seconds, &fields) == nullptr) return Outcome(ERROR_INVALID_PARAMETER);
-    *local = FileTime(static_cast<std::int64_t>(Ticks(*utc)) + fields.tm_gmtoff * TicksPerSecond);
+    if (localtime_r(&seconds, &fields) == nullptr) return FALSE;
+    *local = FileTime(Ticks(*utc) + fields.tm_gmtoff * TicksPerSecond);
     return TRUE;
 }
 
 BOOL FileTimeToSystemTime(const FILETIME* time, SYSTEMTIME* fields) {
     const time_t seconds = UnixSeconds(*time);
     tm parts = {};
-    const bool inRange = Ticks(*time) >> 63 == 0;
-    if (!inRange || gmtime_r(&seconds, &parts) == nullptr) return Outcome(ERROR_INVALID_PARAMETER);
-    constexpr std::uint64_t ticksPerMillisecond = 10'000;
-    const auto word = [](int value) { return static_cast<WORD>(value); };
-    *fields = {word(parts.tm_year + 1900), word(parts.tm_mon + 1),
-               word(parts.tm_wday),        word(parts.tm_mday),
-               word(parts.tm_hour),        word(parts.tm_min),
-               word(parts.tm_sec),         static_cast<WORD>(Ticks(*time) / ticksPerMillisecond % 1000)};
+    if (Ticks(*time) < 0 || gmtime_r(&seconds, &parts) == nullptr) return FALSE;
+    const auto word = [](std::int64_t value) { return static_cast<WORD>(value); };
+    *fields = {
+        word(parts.tm_year + 1900), word(parts.tm_mon + 1), word(parts.tm_wday), word(parts.tm_mday),
+        word(parts.tm_hour),        word(parts.tm_min),     word(parts.tm_sec),  word(Ticks(*time) / 10'000 % 1000)};
     return TRUE;
 }

@@ -17,4 +17,6 @@ TEST(Catalogue, KeepsItsAsciiWording) {
         }
         EXPECT_EQ(std::pair(text.size(), checksum), std::pair(size, expected)) << text;
     }
+    EXPECT_NE(InitializeResultText.find(R"("version":")" ORVANE_VERSION "\""), std::string_view::npos)
+        << "the project's version is " ORVANE_VERSION;
 }

@@ -4,12 +4,34 @@
 #include "host_window.h"
 
 #include <iostream>
+#if !defined(_WIN32)
+#include <dlfcn.h>
+#endif
 
 namespace {
 
-template <typename Function>
-Function Export(HMODULE library, const char* name) {
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+#if defined(_WIN32)
+HMODULE LoadOwnLibrary() {
+    return LoadLibraryW(TEXT("orvane_mcp.dll"));
+}
+void* FindExport(HMODULE library, const char* name) {
+    return reinterpret_cast<void*>(GetProcAddress(library, name));
+}
+#else
+void* LoadOwnLibrary() {
+    return dlopen("./liborvane_mcp.so", RTLD_NOW | RTLD_LOCAL);
+}
+void* FindExport(void* library, const char* name) {
+    return dlsym(library, name);
+}
+void FreeLibrary(void* library) {
+    dlclose(library);
+}
+#endif
+
+template <typename Function, typename Library>
+Function Export(Library library, const char* name) {
+    return reinterpret_cast<Function>(FindExport(library, name));
 }
 
 void Say(const std::string& text) {
@@ -25,8 +47,7 @@ bool TakeLine() {
 
 int RunGuestHost(const std::string& mode) {
     _setmode(_fileno(stdout), _O_BINARY);
-    HMODULE library = LoadLibraryW(TEXT("orvane_mcp.dll"));
-    if (library == nullptr) library = LoadLibraryW(TEXT("./liborvane_mcp.so"));
+    const auto library = LoadOwnLibrary();
     const auto start = Export<decltype(&OrvaneMcp_StartControlServer)>(library, "OrvaneMcp_StartControlServer");
     const auto stop = Export<decltype(&OrvaneMcp_StopControlServer)>(library, "OrvaneMcp_StopControlServer");
     const auto count = Export<decltype(&OrvaneMcp_GetClientCount)>(library, "OrvaneMcp_GetClientCount");

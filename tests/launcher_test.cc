@@ -45,7 +45,7 @@ TEST_F(ServerTest, TheLauncherAnswersEachMessageInItsOwnFramingUntilItsInputEnds
 TEST_F(ServerTest, TheBridgeFindsAViewerByItselfAndAgainAfterItWasKilled) {
     ChildProcess bridge(TEXT("./orvane_mcp.exe"));
     for (const bool announced : {true, false}) {
-        ChildProcess viewer(TEXT("./Orvane.exe"), Utf8ToWide("\"" ORVANE_DEMO_BOARD "\""));
+        ChildProcess viewer(TEXT("./Orvane.exe"), {ORVANE_DEMO_BOARD});
         viewer.Read("serving");
         if (!announced) {
             AnnounceControlServer(false);

@@ -15,7 +15,7 @@ bool Announced() {
 }
 
 ChildProcess StartHost(const char* mode) {
-    return ChildProcess(ModulePath(nullptr), Utf8ToWide(std::string("--host ") + mode));
+    return ChildProcess(ModulePath(nullptr), {"--host", mode});
 }
 
 /// A client of another process's server, greeted.

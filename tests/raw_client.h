@@ -5,7 +5,10 @@
 #include "control/state.h"
 #include "platform/process_table.h"
 
+#include <filesystem>
 #include <optional>
+#include <unistd.h>
+#include <vector>
 
 /// True as soon as `condition` holds; false when it has not come true within half a minute.
 template <typename Condition>
@@ -16,21 +19,30 @@ bool Eventually(Condition condition) {
     return false;
 }
 
-/// The threads and open handles of this process, once they stay the same: threads take a moment to leave. Asks for each
-/// value that a handle is likely to have, as Wine keeps no count.
+/// The threads and open handles of this process at this moment.
+inline std::string CountThreadsAndHandles() {
+#if defined(_WIN32)
+    const OwnedHandle newest = TakeProcessSnapshot();
+    const auto threads = FindProcessEntry(newest, GetCurrentProcessId()).cntThreads;
+    // Asks for each value that a handle is likely to have, as Wine keeps no count.
+    int handles = 0;
+    for (std::uintptr_t value = 4; value <= 0x4000; value += 4) {
+        handles += SetHandleInformation(reinterpret_cast<HANDLE>(value), 0, 0);
+    }
+#else
+    const auto entries = [](const char* directory) {
+        return std::distance(std::filesystem::directory_iterator(directory), {});
+    };
+    const auto threads = entries("/proc/self/task"), handles = entries("/proc/self/fd");
+#endif
+    return std::to_string(threads) + " threads, " + std::to_string(handles) + " handles";
+}
+
+/// The same, once it stays the same: threads take a moment to leave.
 inline std::string ThreadsAndHandles() {
     std::string counted;
     Eventually([&] {
-        const OwnedHandle newest = TakeProcessSnapshot();
-        // Where no value is given twice, the newest is the highest.
-        const auto last = std::max<std::uintptr_t>(0x4000, newest ? reinterpret_cast<std::uintptr_t>(newest.Get()) : 0);
-        int handles = 0;
-        for (std::uintptr_t value = 4; value <= last; value += 4) {
-            handles += SetHandleInformation(reinterpret_cast<HANDLE>(value), 0, 0);
-        }
-        const DWORD threads = FindProcessEntry(newest, GetCurrentProcessId()).cntThreads;
-        const std::string before =
-            std::exchange(counted, std::to_string(threads) + " threads, " + std::to_string(handles) + " handles");
+        const std::string before = std::exchange(counted, CountThreadsAndHandles());
         return counted == before;
     });
     return counted;
@@ -54,7 +66,9 @@ struct MarkedReader {
     std::string Pending;
 
     /// What comes before `mark`, which is taken as well, or before the end of the stream, which adds "<end>".
-    std::string Until(std::string_view mark, HANDLE from) {
+    /// `readSome` fills a buffer of a size and returns how many bytes it got, 0 at the end.
+    template <typename ReadSome>
+    std::string Until(std::string_view mark, ReadSome readSome) {
         for (std::size_t searched = 0;;) {
             if (const std::size_t found = Pending.find(mark, searched); found != std::string::npos) {
                 const std::string rest = Pending.substr(found + mark.size());
@@ -63,10 +77,16 @@ struct MarkedReader {
             }
             searched = Pending.size() - std::min(Pending.size(), mark.size() - 1);
             char piece[65536];
-            DWORD count = 0;
-            if (ReadFile(from, piece, sizeof piece, &count, nullptr) == 0) return std::exchange(Pending, {}) + "<end>";
+            const std::size_t count = readSome(piece, sizeof piece);
+            if (count == 0) return std::exchange(Pending, {}) + "<end>";
             Pending.append(piece, count);
         }
+    }
+    std::string Until(std::string_view mark, HANDLE from) {
+        return Until(mark, [from](char* buffer, DWORD size) -> std::size_t {
+            DWORD count = 0;
+            return ReadFile(from, buffer, size, &count, nullptr) != 0 ? count : 0;
+        });
     }
 };
 

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "control/announcement.h"
-#include "protocol/control_protocol.h"
 #include "control/state.h"
 #include "hostlink/connection.h"
+#include "protocol/control_protocol.h"
 
 #include <gtest/gtest.h>
 

@@ -12,11 +12,6 @@ namespace {
 
 constexpr DWORD PipeBufferSize = 512;
 
-/// Tells the stop that the listener is through, on every way out.
-struct ListenerEnd {
-    ~ListenerEnd() { ServerState().ListenerEnded = true; }
-};
-
 /// Shows an instance to the stop for as long as it waits for its client.
 class ListeningScope {
   public:
@@ -59,10 +54,9 @@ void AcceptClients(std::uint64_t serverRun) {
 
 }  // namespace
 
-void RunPipeListener(std::uint64_t serverRun) noexcept {
-    const ListenerEnd end;
+unsigned WINAPI RunPipeListener(void*) noexcept {
     try {
-        AcceptClients(serverRun);
+        AcceptClients(ServerState().ServerRun);
     } catch (const std::bad_alloc&) {
         // No memory for an instance: the listener ends as it does when the system has none to give.
         try {
@@ -70,20 +64,16 @@ void RunPipeListener(std::uint64_t serverRun) noexcept {
         } catch (const std::bad_alloc&) {
         }
     }
+    return 0;
 }
 
-void WakeListener() {
+void EndListener() {
     constexpr DWORD pause = 1;
-    constexpr DWORD limit = 5000;
-    constexpr int fewestTries = 100;
     ControlServerState& state = ServerState();
     // Repeated, since one try may fall between two instances. The wait is cancelled too, since the open may reach
     // another process that serves a pipe of the same name. That cancel can't hit a session's call: the listener looks
-    // at Running again before it hands an instance over, and Running is already false here. There is a limit for a host
-    // that stops while its process ends, because its listener is gone then. Tries count as well as time, which goes on
-    // while a machine sleeps.
-    const DWORD start = GetTickCount();
-    for (int tries = 0; !state.ListenerEnded && (tries < fewestTries || GetTickCount() - start < limit); ++tries) {
+    // at Running again before it hands an instance over, and Running is already false here.
+    do {
         const OwnedHandle wakeUp(CreateFileW(state.PipeName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
         std::shared_ptr<PipeInstance> listening;
@@ -92,6 +82,6 @@ void WakeListener() {
             listening = state.ListeningInstance;
         }
         if (listening) CancelIoEx(listening->Pipe.Get(), nullptr);
-        Sleep(pause);
-    }
+    } while (!state.ListenerThread.EndsWithin(pause));
+    state.ListenerThread = {};
 }

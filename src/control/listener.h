@@ -1,12 +1,12 @@
 /// The thread that accepts the control pipe's clients.
 #pragma once
 
-#include <cstdint>
+#include "platform/platform.h"
 
-/// Creates an instance of the pipe, waits for a client and gives it a session, again and again while the run
-/// `serverRun` is served. Ends for good when no instance can be created, with the reason in LastErrorText; sessions
-/// go on then. Nothing leaves it.
-void RunPipeListener(std::uint64_t serverRun) noexcept;
+/// The listener thread's body. Creates an instance of the pipe, waits for a client and starts its session, again and
+/// again for as long as the run of the server lasts in which it was started. Ends for good when no instance can be
+/// created, with the reason in LastErrorText; sessions go on then.
+unsigned WINAPI RunPipeListener(void* unused) noexcept;
 
-/// Brings the listener out of its wait and returns when it can be joined. To be called once Running is false.
-void WakeListener();
+/// Wakes the listener and waits until it has ended. Call it once Running is false.
+void EndListener();

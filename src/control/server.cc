@@ -10,10 +10,8 @@
 #include "text/paths.h"
 
 #include <cstddef>
-#include <exception>
 #include <mutex>
-#include <system_error>
-#include <thread>
+#include <new>
 
 namespace {
 
@@ -35,8 +33,8 @@ WideString LauncherDirectory(const ControlServerStartInfo* info) {
     return ResolveModuleDirectory();
 }
 
-/// Sets all that a run of the server stands on, and gives the run's number.
-std::uint64_t PrepareRun(const ControlServerStartInfo* info, const WideString& directory) {
+/// Sets up the state of a new run of the server.
+void PrepareRun(const ControlServerStartInfo* info, const WideString& directory) {
     const bool overridden = info != nullptr && info->ProcessIdOverride != 0;
     ControlServerState& state = ServerState();
     WideString pipeName = ControlPipeName(overridden ? info->ProcessIdOverride : GetCurrentProcessId());
@@ -48,8 +46,7 @@ std::uint64_t PrepareRun(const ControlServerStartInfo* info, const WideString& d
     state.HostWindow = info != nullptr ? static_cast<HWND>(info->HostWindowHandle) : nullptr;
     ClearClients();
     state.NextClientId = 1;
-    state.ListenerEnded = false;
-    return ++state.ServerRun;
+    ++state.ServerRun;
 }
 
 /// Waits for the sessions to end, within limits: one that sits in a host command may be waiting for this very thread.
@@ -69,21 +66,21 @@ std::int32_t OrvaneMcp_StartControlServer(const ControlServerStartInfo* info) tr
         SetLastErrorText(TEXT("Failed to resolve Orvane directory."));
         return 0;
     }
-    const std::uint64_t serverRun = PrepareRun(info, directory);
+    PrepareRun(info, directory);
     state.Running = true;
     try {
         // Before the first instance exists: a bridge that comes too early tries again.
         AnnounceControlServer(true);
         PinOwnModule();
-        state.ListenerThread = std::thread(RunPipeListener, serverRun);
-        return 1;
-    } catch (const std::exception&) {
-        state.Running = false;
-        AnnounceControlServer(false);
-        SetLastErrorText(TEXT("Failed to start Orvane MCP control server thread."));
-        return 0;
+        if (state.ListenerThread.Start(RunPipeListener, nullptr)) return 1;
+    } catch (const std::bad_alloc&) {
+        // Short of memory for the announcement: as for the thread.
     }
-} catch (const std::exception&) {
+    state.Running = false;
+    AnnounceControlServer(false);
+    SetLastErrorText(TEXT("Failed to start Orvane MCP control server thread."));
+    return 0;
+} catch (const std::bad_alloc&) {
     // No memory for the names: nothing has been started.
     return 0;
 }
@@ -92,8 +89,7 @@ void OrvaneMcp_StopControlServer() {
     ControlServerState& state = ServerState();
     const bool wasRunning = state.Running.exchange(false);
     if (wasRunning) {
-        WakeListener();
-        if (state.ListenerThread.joinable()) state.ListenerThread.join();
+        EndListener();
         WaitForSessions();
     }
     {

@@ -3,6 +3,7 @@
 
 #include "control/clients.h"
 #include "control/pipe_instance.h"
+#include "platform/thread.h"
 #include "text/wide.h"
 
 #include <array>
@@ -10,7 +11,6 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 /// Where a session is, in the order it gets there.
@@ -40,11 +40,9 @@ struct ControlServerState {
     std::atomic<std::int32_t> ActiveSessions = 0;
     /// The same sessions by stage, for whoever wants to know why one stays.
     std::array<std::atomic<std::int32_t>, 5> SessionsByStage{};
-    /// True once the listener has nothing left to do, so that a stop knows when to leave off waking it.
-    std::atomic<bool> ListenerEnded = false;
 
     /// Start and stop only. Empty when none runs.
-    std::thread ListenerThread;
+    JoinableThread ListenerThread;
     /// The library's own module; written once, at load.
     HMODULE ModuleHandle = nullptr;
 };

@@ -13,7 +13,10 @@ class OwnedHandle {
     OwnedHandle() = default;
     explicit OwnedHandle(HANDLE handle) : handle_(handle) {}
     OwnedHandle(OwnedHandle&& other) noexcept : handle_(other.Release()) {}
-    OwnedHandle& operator=(OwnedHandle&&) = delete;
+    OwnedHandle& operator=(OwnedHandle&& other) noexcept {
+        const OwnedHandle closing(std::exchange(handle_, other.Release()));
+        return *this;
+    }
     ~OwnedHandle() {
         if (*this) CloseHandle(handle_);
     }

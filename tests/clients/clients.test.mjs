@@ -1,4 +1,4 @@
-// The launcher as clients that are not ours see it: the official SDK's client and the MCP Inspector's command line.
+// The launcher as third-party clients see it: the official SDK's client and the MCP Inspector's command line.
 // ORVANE_PROGRAMS is the folder with the two programs, ORVANE_RUNNER what starts them ("wine", or nothing).
 import assert from "node:assert/strict";
 import { execFile, spawn } from "node:child_process";
@@ -18,11 +18,19 @@ import { Ajv } from "ajv";
 const programs = resolve(process.env.ORVANE_PROGRAMS);
 const runner = process.env.ORVANE_RUNNER ? [process.env.ORVANE_RUNNER] : [];
 const demo = resolve(import.meta.dirname ?? dirname(new URL(import.meta.url).pathname), "../../demo");
+const timeout = 180000; // milliseconds, against a hang alone
 const work = mkdtempSync(join(tmpdir(), "orvane-clients-"));
 
 function commandLine(program, ...args) {
   const [command, ...rest] = [...runner, join(programs, program), ...args];
   return { command, args: rest };
+}
+
+/** What is still to be closed, whatever fails: a child process left over would keep this one alive. */
+const open = [];
+
+async function closeAll() {
+  await Promise.allSettled(open.splice(0).map((close) => close()));
 }
 
 /** Starts the demo viewer on a copy of its board and waits until it serves. */
@@ -32,16 +40,21 @@ async function startViewer() {
   }
   const { command, args } = commandLine("Orvane.exe", "demo_board.orv");
   const viewer = spawn(command, args, { cwd: work, stdio: ["ignore", "pipe", "inherit"] });
+  const ended = once(viewer, "exit");
+  open.push(async () => {
+    viewer.kill("SIGKILL");
+    await ended;
+  });
   const lines = createInterface({ input: viewer.stdout });
-  const [line] = await once(lines, "line");
-  assert.match(line, /^serving /);
+  const [line] = await Promise.race([once(lines, "line"), ended]);
+  assert.match(String(line), /^serving /);
   lines.on("line", () => {});
-  return viewer;
 }
 
 async function connect() {
   const client = new Client({ name: "orvane-client-tests", version: "1.0.0" });
   const transport = new StdioClientTransport({ ...commandLine("orvane_mcp.exe"), env: { ...process.env }, cwd: work });
+  open.push(() => client.close());
   await client.connect(transport);
   return { client, transport };
 }
@@ -75,20 +88,15 @@ function onlyText(result) {
   return result.content[0].text;
 }
 
-describe("a viewer is running", () => {
-  let viewer;
+describe("a viewer is running", { timeout }, () => {
   let session;
   before(async () => {
-    viewer = await startViewer();
+    await startViewer();
     session = await connect();
   });
-  after(async () => {
-    await session.client.close();
-    viewer.kill("SIGKILL");
-    if (viewer.exitCode === null && viewer.signalCode === null) await once(viewer, "exit");
-  });
+  after(closeAll);
 
-  test("19 tools are listed, and each one's sample call is valid under its own schema", async () => {
+  test("every tool is listed, and its sample call is valid under its schema", async () => {
     const { tools } = await session.client.listTools();
     assert.deepEqual(tools.map((tool) => tool.name), Object.keys(samples));
     const ajv = new Ajv({ strict: true, strictTypes: false });
@@ -122,16 +130,17 @@ describe("a viewer is running", () => {
       });
       return JSON.parse(stdout);
     };
-    assert.equal((await inspect("--method", "tools/list")).tools.length, 19);
+    assert.equal((await inspect("--method", "tools/list")).tools.length, Object.keys(samples).length);
     const selected = await inspect("--method", "tools/call", "--tool-name", "select_component", "--tool-arg", "refdes=PU2");
     assert.equal(selected.isError, false);
     assert.match(selected.content[0].text, /^ORVANE_FINAL/);
   });
 });
 
-test("with no viewer, lists and samples answer and a call says what is missing", async () => {
+test("with no viewer, lists and samples answer and a call says what is missing", { timeout }, async (t) => {
+  t.after(closeAll);
   const session = await connect();
-  assert.equal((await session.client.listTools()).tools.length, 19);
+  assert.equal((await session.client.listTools()).tools.length, Object.keys(samples).length);
   const list = await session.client.callTool({ name: "list_commands", arguments: {} });
   assert.match(onlyText(list), /^Sample Orvane usage/);
   const call = await session.client.callTool({ name: "get_board_state", arguments: {} });

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Looks at the files that are shipped: what they import and export, how they are protected, whether a second build is
-the same, and whether the package alone is enough to build a host that works."""
+"""Looks at the package. `check.py files PACKAGE VERSION`: what the shipped files import and export, how they are
+protected, and whether their symbols belong to them. `check.py host PACKAGE FOLDER`: whether the folder's host.exe serves
+a call of the package's launcher."""
 import json
 import pathlib
 import re
@@ -11,61 +12,78 @@ EXPORTS = {"OrvaneMcp_" + name for name in (
     "RunStdioBridge", "StartControlServer", "StopControlServer", "GetApiVersion", "GetPipeName", "GetServerPath",
     "GetLastError", "GetClientCount", "GetClientInfo", "DisconnectClients")}
 SYSTEM = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "user32.dll"}
-passed = failed = 0
+failed = False
 
 
 def check(holds, what):
-    global passed, failed
-    passed, failed = passed + bool(holds), failed + (not holds)
+    global failed
+    failed = failed or not holds
     print(("ok      " if holds else "FAILED  ") + what)
 
 
 def run(*words, **options):
-    return subprocess.run([str(word) for word in words], check=True, capture_output=True, text=True, **options).stdout
+    return subprocess.run([str(word) for word in words], check=True, stdout=subprocess.PIPE, text=True, **options).stdout
 
 
-def check_file(file, again, imports, exports):
-    dump = run("x86_64-w64-mingw32-objdump", "-p", file)
+def check_file(file, imports, exports, version, function):
+    """`function` must be found in the symbols, with its source file."""
     name = file.name
-    found = {word.lower() for word in re.findall(r"DLL Name: (\S+)", dump)}
+    dump = run("llvm-readobj", "--file-headers", "--sections", "--coff-imports", "--coff-exports",
+               "--coff-debug-directory", file)
+    found = {word.lower() for word in re.findall(r"^Import {\n  Name: (\S+)", dump, re.M)}
     check(found and found <= imports, f"{name} imports from {', '.join(sorted(found))}")
-    check(set(re.findall(r"^\t\[ *\d+\] (\w+)$", dump, re.M)) == exports, f"{name} exports {len(exports)} functions")
+    check(set(re.findall(r"^Export {\n.*\n  Name: (\w+)", dump, re.M)) == exports,
+          f"{name} exports {len(exports)} functions")
     for flag in ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"):
-        check(re.search(rf"^\s+{flag}$", dump, re.M), f"{name}: {flag}")
-    sections = re.findall(r"^ +\d+ (\S+).*\n +(.*)$", run("x86_64-w64-mingw32-objdump", "-h", file), re.M)
-    loose = [section for section, flags in sections if "CODE" in flags and "READONLY" not in flags]
-    check(sections and not loose, f"{name}: no section is writable and executable {loose or ''}")
-    check(not any(section.startswith(".debug") for section, _ in sections), f"{name} is stripped")
-    check(pathlib.Path(f"{file}.debug").stat().st_size > 0, f"{name}: symbols are kept beside it")
+        check(f"IMAGE_DLL_CHARACTERISTICS_{flag} " in dump, f"{name}: {flag}")
+    check("TimeDateStamp: 1970-01-01 00:00:00" in dump, f"{name} holds no time")
+    sections = re.findall(r"^  Section {\n.*?^  }$", dump, re.M | re.S)
+    check(sections and not any("MEM_EXECUTE" in one and "MEM_WRITE" in one for one in sections),
+          f"{name}: no section is writable and executable")
+    check(".debug_" not in dump, f"{name} is stripped")
     content = file.read_bytes()
     check(len(content) < 1 << 20, f"{name}: {len(content)} bytes")
-    for word in ("VS_VERSION_INFO", "0.9", "Orvane MCP"):
+    for word in ("VS_VERSION_INFO", version, "Orvane MCP"):
         check(word.encode("utf-16-le") in content, f"{name} tells {word!r} of itself")
-    check(again.read_bytes() == content, f"{name}: a second build gives the same bytes")
+
+    symbols = file.parent.parent / "symbols" / f"{name}.pdb"
+    about = run("llvm-pdbutil", "dump", "--summary", "--symbols", symbols)
+    signature, age = (re.search(rf"PDB{what}: \(?([^)\n]+)", dump).group(1) for what in ("GUID", "Age"))
+    digits = re.search(r"GUID: {(.+)}", about).group(1).split("-")
+    held = [byte for number in digits[:3] for byte in reversed(bytes.fromhex(number))] + list(bytes.fromhex(
+        "".join(digits[3:])))
+    check(list(bytes.fromhex(signature)) == held and f"Age: {age}\n" in about, f"{symbols.name} belongs to {name}")
+    check(f"PDBFileName: {symbols.name}\n" in dump, f"{name} names {symbols.name} without a folder")
+    check(f"`{function}`" in about, f"{symbols.name} knows {function}")
+    lines = run("llvm-pdbutil", "dump", "--l", symbols)
+    check(re.search(r"^(src|launcher)\\\S+\.cc \(MD5: .*\n.*line/addr", lines, re.M), f"{symbols.name} knows source lines")
+    folders = pathlib.Path(__file__).resolve().parents[2]
+    for one in (file, symbols):
+        check(str(folders).encode() not in one.read_bytes(), f"{one.name} doesn't tell where it was built")
 
 
-def check_host(package, host):
-    """The host of the package serves one call of the package's launcher."""
-    viewer = subprocess.Popen(["wine", host], stdout=subprocess.PIPE, text=True)
-    check(viewer.stdout.readline().startswith("serving \\\\.\\pipe\\orvane_mcp_control_"), "a host of the package serves")
+def check_host(package, folder):
+    """The host serves one call of the package's launcher."""
+    viewer = subprocess.Popen(["wine", folder / "host.exe"], stdout=subprocess.PIPE, text=True)
+    check(viewer.stdout.readline().startswith("serving \\\\.\\pipe\\orvane_mcp_control_"), "the host serves")
     call = {"jsonrpc": "2.0", "id": 1, "method": "tools/call",
             "params": {"name": "select_net", "arguments": {"net": "+VIN"}}}
-    answer = run("wine", package / "bin/orvane_mcp.exe", input=json.dumps(call) + "\n")
-    result = json.loads(answer)["result"]
+    result = json.loads(run("wine", package / "bin/orvane_mcp.exe", input=json.dumps(call) + "\n"))["result"]
     text = "ORVANE_FINAL stop=true no_followup_tools=true\nselected_net=+VIN"
     check(result == {"content": [{"type": "text", "text": text}], "isError": False}, "it answers a call")
     rest, _ = viewer.communicate(timeout=60)
     check("MCP client (bridge pid" in rest and rest.endswith("stopped\n"), "it shows its client and stops")
-    check(viewer.returncode == 0, "it ends in order")
+    check(viewer.returncode == 0, "it exits with 0")
 
 
 def main():
-    out, again, package, host = map(pathlib.Path, sys.argv[1:])
-    check_file(out / "orvane_mcp.dll", again / "orvane_mcp.dll", SYSTEM, EXPORTS)
-    check_file(out / "orvane_mcp.exe", again / "orvane_mcp.exe", SYSTEM | {"orvane_mcp.dll"}, set())
-    check_host(package, host)
-    print(f"{passed} passed, {failed} failed")
-    return 1 if failed else 0
+    part, package, rest = sys.argv[1], pathlib.Path(sys.argv[2]), sys.argv[3]
+    if part == "files":
+        check_file(package / "bin/orvane_mcp.dll", SYSTEM, EXPORTS, rest, "OrvaneMcp_StartControlServer")
+        check_file(package / "bin/orvane_mcp.exe", SYSTEM | {"orvane_mcp.dll"}, set(), rest, "main")
+    else:
+        check_host(package, pathlib.Path(rest))
+    return failed
 
 
 if __name__ == "__main__":

@@ -62,7 +62,7 @@ int RunViewer() {
 }
 
 std::unique_ptr<ChildProcess> StartViewer(const WideString& self) {
-    auto viewer = std::make_unique<ChildProcess>(self, TEXT("--viewer"));
+    auto viewer = std::make_unique<ChildProcess>(self, std::vector<std::string>{"--viewer"});
     if (viewer->Read("serving") != "") Say("the viewer did not start"), ++hung;
     return viewer;
 }
@@ -261,7 +261,7 @@ void VisitOnce(const WideString& pipe, Visit visit) {
 
 /// A host's starts and stops while clients come and go and the processors have more to do than they can.
 void StartsAndStops(const WideString& self, int rounds) {
-    ChildProcess host(self, Utf8ToWide("--restarting " + std::to_string(rounds)));
+    ChildProcess host(self, {"--restarting", std::to_string(rounds)});
     if (host.Read("serving") != "") Say("the host did not start"), ++hung;
     const WideString pipe = ControlPipeName(host.Id);
     std::atomic<bool> done = false;
