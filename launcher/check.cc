@@ -3,12 +3,13 @@
 #include "hostlink/connection.h"
 #include "hostlink/discovery.h"
 #include "platform/module.h"
+#include "platform/own_process.h"
 #include "platform/thread.h"
 #include "protocol/control_protocol.h"
 #include "text/trace.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 
 namespace {
 
@@ -34,7 +35,7 @@ bool FindViewers() {
         besides = besides || name != announced;
         Say((name == announced ? "An Orvane is announced in the registry, with the pipe "
                                : "An Orvane runs beside this program, with the pipe ") +
-            WideToUtf8(name));
+            PrintableBytes(WideToUtf8(name)));
     }
     if (!besides) Say(std::string(announced.empty() ? "No" : "No other") + " Orvane runs in this program's folder.");
     return !names.empty();
@@ -45,25 +46,36 @@ unsigned WINAPI GiveUpLater(void*) {
     Sleep(ReplyPatience);
     Say("Orvane took the command but hasn't answered for 10 seconds: it shows a dialog, or it hangs. Agents' calls "
         "wait until it goes on.");
-    std::_Exit(DoesNotWork);
+    EndOwnProcess(DoesNotWork);
 }
 
-/// Asks the connected viewer for the state of its board, and tells its answer.
-int AskForBoardState() {
-    if (!StartDetachedThread(GiveUpLater, nullptr)) return DoesNotWork;
+/// Tells the viewer's answer, line by line. True when the command was carried out.
+bool TellReply(const std::string& reply) {
+    const bool failed = reply.starts_with(ErrorReplyPrefix);
+    const std::size_t prefix = failed                             ? ErrorReplyPrefix.size()
+                               : reply.starts_with(OkReplyPrefix) ? OkReplyPrefix.size()
+                                                                  : 0;
+    Say(failed ? "Orvane answers to GET_BOARD_STATE with a failure:" : "Orvane answers to GET_BOARD_STATE:");
+    const std::string text = UnescapeControlText(reply, prefix);
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find('\n', start), text.size());
+        Say("    " + PrintableBytes(std::string_view(text).substr(start, end - start)));
+        start = end + 1;
+    }
+    return !failed;
+}
+
+/// Asks the connected viewer for the state of its board. True when an agent would get it.
+bool AskForBoardState() {
+    if (!StartDetachedThread(GiveUpLater, nullptr)) return false;
     const std::optional<std::string> reply = SendControlLine("GET_BOARD_STATE");
     if (!reply) {
         Say("Orvane closed the connection without an answer. Agents' calls fail.");
-        return DoesNotWork;
+        return false;
     }
-    const bool failed = reply->starts_with(ErrorReplyPrefix);
-    const std::size_t prefix = failed                              ? ErrorReplyPrefix.size()
-                               : reply->starts_with(OkReplyPrefix) ? OkReplyPrefix.size()
-                                                                   : 0;
-    Say((failed ? "Orvane answers to GET_BOARD_STATE with a failure: " : "Orvane answers to GET_BOARD_STATE: ") +
-        PrintableBytes(UnescapeControlText(*reply, prefix)));
-    Say(failed ? "The connection works, but Orvane couldn't carry out the command." : "Agents' calls work.");
-    return failed ? DoesNotWork : Works;
+    const bool works = TellReply(*reply);
+    Say(works ? "Agents' calls work." : "The connection works, but Orvane couldn't carry out the command.");
+    return works;
 }
 
 }  // namespace
@@ -77,11 +89,12 @@ int RunCheck() {
         return DoesNotWork;
     }
     StartTraceOn(STD_OUTPUT_HANDLE);
-    if (!EnsureControlConnection(MainThreadConnectTimeOut)) {
+    // A second attempt gets past a viewer that hangs, as an agent's next call does.
+    if (!EnsureControlConnection(MainThreadConnectTimeOut) && !EnsureControlConnection(MainThreadConnectTimeOut)) {
         Say("No Orvane accepted the connection. Agents' calls fail.");
         return DoesNotWork;
     }
-    const int result = AskForBoardState();
+    const bool works = AskForBoardState();
     CloseControlConnection();
-    return result;
+    return works ? Works : DoesNotWork;
 }

@@ -24,7 +24,7 @@ unsigned WINAPI WatchParent(void* argument) {
     // Whoever else holds the other end of the pipe may be the true client: a starter that leaves changes nothing.
     if (WaitForSingleObject(parent.Get(), INFINITE) == WAIT_OBJECT_0) {
         AwaitAbandonedInput();
-        EndOwnProcess();
+        EndOwnProcess(0);
     }
     return 0;
 }

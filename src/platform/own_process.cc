@@ -62,9 +62,9 @@ std::optional<DWORD> UnreadInputAfterItsLastWriter() {
     return state.ReadDataAvailable;
 }
 
-void EndOwnProcess() {
-    TerminateProcess(GetCurrentProcess(), 0);
-    std::_Exit(0);
+void EndOwnProcess(int exitCode) {
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(exitCode));
+    std::_Exit(exitCode);
 }
 
 #else
@@ -80,8 +80,8 @@ std::optional<DWORD> UnreadInputAfterItsLastWriter() {
     return static_cast<DWORD>(unread);
 }
 
-void EndOwnProcess() {
-    std::_Exit(0);
+void EndOwnProcess(int exitCode) {
+    std::_Exit(exitCode);
 }
 
 #endif

@@ -13,5 +13,6 @@
 /// is, and for an input that is not a pipe. On Windows it waits while another thread reads that pipe. Any thread.
 [[nodiscard]] std::optional<DWORD> UnreadInputAfterItsLastWriter();
 
-/// Ends this process at once, with exit code 0. No library is told and no lock is taken, so nothing can hold it up.
-[[noreturn]] void EndOwnProcess();
+/// Ends this process at once. No library is told and no lock is taken, so nothing can hold it up; and what standard
+/// streams still have in their buffers is lost.
+[[noreturn]] void EndOwnProcess(int exitCode);
