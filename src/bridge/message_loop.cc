@@ -53,7 +53,7 @@ void HandleMessage(std::string_view message) {
     const std::optional<std::string_view> id = ExtractMessageId(message);
     const std::string_view idText = id.value_or("null");
 
-    // Connect only after the reply is written, so that a missing viewer never holds up a handshake.
+    // Connect only after the reply is written: a missing viewer delays the next message, but never this reply.
     switch (FindMethod(message)) {
         case Method::Initialize:
             WriteReply(idText, InitializeResultText);

@@ -4,6 +4,7 @@
 #include "bridge/message_loop.h"
 #include "hostlink/connection.h"
 #include "platform/platform.h"
+#include "text/trace.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -26,8 +27,10 @@ std::int32_t OrvaneMcp_RunStdioBridge() {
     _setmode(_fileno(stdout), _O_BINARY);
     WidenBuffer(stdin);
     WidenBuffer(stdout);
+    StartTrace();
     StartControlWatcher();
     RunMessageLoop();
+    Trace("input ended");
     CloseControlConnection();
     return 0;
 }

@@ -2,6 +2,7 @@
 
 #include "mcp/json_text.h"
 #include "platform/streams.h"
+#include "text/trace.h"
 #include "text/trim.h"
 
 #include <algorithm>
@@ -52,6 +53,20 @@ class BlockWriter {
     std::size_t used_ = 0;
 };
 
+/// Traces a message that was written: its length, and the beginning of its contents.
+void TraceAnswer(std::initializer_list<MessagePart> parts) {
+    if (TraceLevel == 0) return;
+    char beginning[512];
+    std::size_t kept = 0, length = 0;
+    for (const MessagePart& part : parts) {
+        ForEachPiece(part, [&](std::string_view piece) {
+            length += piece.size();
+            kept += piece.copy(beginning + kept, sizeof beginning - kept);
+        });
+    }
+    Trace("answer of ", length, " bytes written", TraceContents{{beginning, kept}});
+}
+
 }  // namespace
 
 std::optional<std::string> ReadInputLine() {
@@ -92,7 +107,10 @@ std::optional<std::string> ReadMcpMessage() {
 
     const std::optional<std::size_t> length = ParseContentLength(*line);
     FramedOutput = length.has_value();
-    if (!length) return line;
+    if (!length) {
+        Trace("message of ", line->size(), " bytes, a bare line", TraceContents{*line});
+        return line;
+    }
 
     do {
         line = ReadStrippedLine();
@@ -103,6 +121,7 @@ std::optional<std::string> ReadMcpMessage() {
         if (count == 0) return std::nullopt;
         arrived += count;
     }
+    Trace("message of ", body.size(), " bytes, framed", TraceContents{body});
     return body;
 }
 
@@ -123,4 +142,5 @@ void WriteMcpMessage(std::initializer_list<MessagePart> parts) {
     if (!FramedOutput) out.Write("\n");
     out.Flush();
     std::fflush(stdout);
+    TraceAnswer(parts);
 }
