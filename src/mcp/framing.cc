@@ -88,9 +88,9 @@ std::optional<std::string> ReadInputLine() {
 
 std::optional<std::size_t> ParseContentLength(const std::string& line) {
     constexpr std::string_view header = "content-length:";
-    if (line.size() < header.size()) return std::nullopt;
-    const auto sameLetter = [](char lower, char byte) { return lower == LowerAscii(byte); };
-    if (!std::equal(header.begin(), header.end(), line.begin(), sameLetter)) return std::nullopt;
+    const std::string_view start = std::string_view(line).substr(0, header.size());
+    const auto sameLetter = [](char byte, char lower) { return LowerAscii(byte) == lower; };
+    if (!std::equal(start.begin(), start.end(), header.begin(), header.end(), sameLetter)) return std::nullopt;
     // strtoull skips the blanks and tabs before the number. It returns 0 without digits, and a negative number wraps to
     // a huge one: neither is in range.
     const unsigned long long number = std::strtoull(line.c_str() + header.size(), nullptr, 10);

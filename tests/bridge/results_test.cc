@@ -46,6 +46,7 @@ static void ExpectResult(std::string_view text, const std::vector<std::string>& 
 }
 
 TEST(RunControlCommand, SendsALineAgainOnlyWhenItWasNotAnswered) {
+    Link = {};
     Link.Answer = [](auto) { return "OK\tonce"; };
     ExpectResult("once", {"GET_NET\tN"});
     Link.Answer = [](auto) { return Link.Calls.size() < 3 ? std::nullopt : std::optional("OK\tagain"); };
