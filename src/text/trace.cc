@@ -12,7 +12,7 @@ std::atomic<DWORD> TraceStream = STD_ERROR_HANDLE;
 
 void StartTrace() {
     const char* const asked = std::getenv("ORVANE_MCP_TRACE");
-    TraceLevel = asked == nullptr ? 0 : std::atoi(asked);
+    TraceLevel = asked == nullptr ? 0 : std::max(0, std::atoi(asked));
 }
 
 void StartTraceOn(DWORD standardStream) {
