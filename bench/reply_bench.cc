@@ -73,20 +73,19 @@ void MeasureScans(std::size_t size) {
     while (updates.size() < size) updates += R"({"refdes":"PU2","description":"buck converter","note":"checked"},)";
     updates += "0]}}";
     const std::string text = R"({"arguments":{"updates_json":")" + std::string(size, 'x') + "\"}}";
-    std::string value;
     const double copy = CopyThroughput(text);
-    const double search = Throughput(size, [&] {
-        const volatile bool found = std::memchr(updates.data(), '\n', updates.size()) != nullptr;
-        static_cast<void>(found);
-    });
-    PrintScan("a method that is not there", Throughput(size, [&] { MessageHasMethod(updates, "none"); }), "memchr",
-              search);
-    PrintScan("a key that is not there", Throughput(size, [&] { FindJsonString(updates, "none", value); }), "memchr",
-              search);
-    PrintScan("an array, taken as it stands",
-              Throughput(size, [&] { FindJsonRawValue(updates, "updates", value = std::string()); }), "memcpy", copy);
-    PrintScan("a string", Throughput(size, [&] { FindJsonString(text, "updates_json", value = std::string()); }),
-              "memcpy", copy);
+    const auto rate = [size](auto scan) {
+        return Throughput(size, [&] {
+            const volatile bool done = scan();
+            static_cast<void>(done);
+        });
+    };
+    const double search = rate([&] { return std::memchr(updates.data(), '\n', updates.size()) != nullptr; });
+    PrintScan("no method", rate([&] { return FindMethod(updates) == Method::Other; }), "memchr", search);
+    PrintScan("an absent key", rate([&] { return FindJsonString(updates, "none").has_value(); }), "memchr", search);
+    PrintScan("an array, unchanged", rate([&] { return FindJsonRawValue(updates, "updates").has_value(); }), "memcpy",
+              copy);
+    PrintScan("a string", rate([&] { return FindJsonString(text, "updates_json").has_value(); }), "memcpy", copy);
 }
 
 void MeasureReply(const char* kind, const std::string& reply) {

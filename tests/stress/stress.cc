@@ -277,7 +277,7 @@ void StartsAndStops(const WideString& self, int rounds) {
     for (const Visit visit : {Visit::Greets, Visit::Greets, Visit::LeavesAtOnce, Visit::StaysUntilTheEnd}) {
         repeat([&pipe, visit] { VisitOnce(pipe, visit); });
     }
-    for (int i = 0; i < 4; ++i) repeat([] {});
+    for (int i = 0; i < 2; ++i) repeat([] {});  // idle loops that keep the processors busy
     const std::string told = host.Read("done\n");
     done = true;
     JoinAll(threads, running, "clients of a host that restarts its server");
