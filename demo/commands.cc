@@ -73,20 +73,14 @@ std::string Select(Viewer& viewer, json refdes, json pin, json net, const std::s
            "STOP NOW: the selection is highlighted and centred on the board. Answer from this result.";
 }
 
-std::string SelectComponent(Viewer& viewer, Fields& fields) {
-    return Select(viewer, Get(viewer, "component", fields["refdes"])["name"], "", "");
-}
-
-std::string SelectNet(Viewer& viewer, Fields& fields) {
-    return Select(viewer, "", "", Get(viewer, "net", fields["net"])["name"]);
-}
-
-std::string SelectPin(Viewer& viewer, Fields& fields) {
+/// Selects what the fields name: a component, a pin of it, or a net.
+std::string SelectNamed(Viewer& viewer, Fields& fields) {
+    if (fields.contains("net")) return Select(viewer, "", "", Get(viewer, "net", fields["net"])["name"]);
     json& part = Get(viewer, "component", fields["refdes"]);
-    for (const char* key : {"number", "name"}) {
+    if (!fields.contains("pin")) return Select(viewer, part["name"], "", "");
+    for (const char* key : {"number", "name"})
         for (json& pin : part["pins"])
             if (Is(pin, key, fields["pin"])) return Select(viewer, part["name"], pin["number"], pin["net"]);
-    }
     throw Refusal("There is no pin '" + fields["pin"] + "' on " + std::string(part["name"]) + ".");
 }
 
@@ -137,7 +131,7 @@ std::string ListComponents(Viewer& viewer, Fields& fields) {
     const std::size_t begin = Number(fields, "offset"), end = begin + Number(fields, "limit");
     std::string reply = Entry("total", found.size()) + (end < found.size() ? Entry("next_offset", end) : "");
     for (std::size_t i = begin; i < std::min(end, found.size()); ++i)
-        reply += PartRow(*found[i], Number(fields, "include_nets") != 0);
+        reply += PartRow(*found[i], Number(fields, "include_nets"));
     return reply;
 }
 
@@ -157,38 +151,32 @@ std::string FindComponents(Viewer& viewer, Fields& fields) {
 
 /// Sets a text of a part or a net by the name that the update tools have for it.
 void SetText(json& record, const std::string& field, const std::string& value) {
-    static const Fields other = {
-        {"new_refdes", "name"}, {"new_name", "name"}, {"description", "info"}, {"value", "info"}};
-    static const std::set<std::string> same = {"info", "note", "display_info", "no_connect"};
-    const std::string key = other.contains(field) ? other.at(field) : same.contains(field) ? field : "";
+    static const Fields keys = {
+        {"new_refdes", "name"}, {"new_name", "name"}, {"description", "info"},          {"value", "info"},
+        {"info", "info"},       {"note", "note"},     {"display_info", "display_info"}, {"no_connect", "no_connect"}};
+    const std::string key = keys.contains(field) ? keys.at(field) : "";
     if (!record.contains(key)) throw Refusal("There is no field '" + field + "' to edit.");
     record[key] = OneLine(value);
 }
 
-/// Makes the edits in a part or a net, all or none. A new name must be free. Returns the name.
-std::string Edit(Viewer& viewer, const std::string& kind, const std::string& idField, Fields& fields) {
+/// Makes the edits in a part or a net, all or none. A new name must be free; the selection and the pins follow it.
+std::string Update(Viewer& viewer, Fields& fields) {
+    const std::string kind = fields.contains("net") ? "net" : "component", idField = kind == "net" ? kind : "refdes";
     json &record = Get(viewer, kind, fields[idField]), edited = record;
     for (const auto& [field, value] : fields)
         if (field != idField) SetText(edited, field, value);
-    const json* holder = Find(viewer.board[kind + "s"], edited["name"]);
-    if (edited["name"] == "" || (holder && holder != &record)) throw Refusal("The new name is empty or taken.");
+    const std::string name = edited["name"];
+    const json* holder = Find(viewer.board[kind + "s"], name);
+    if (name.empty() || (holder && holder != &record)) throw Refusal("The new name is empty or taken.");
     record = edited;
-    return record["name"];
-}
-
-std::string UpdateComponent(Viewer& viewer, Fields& fields) {
-    Fields edited{{"refdes", Edit(viewer, "component", "refdes", fields)}};
-    if (Lower(viewer.selectedRefdes) == Lower(fields["refdes"])) viewer.selectedRefdes = edited["refdes"];
-    return "COMPONENT_UPDATED\n" + GetComponent(viewer, edited);
-}
-
-std::string UpdateNet(Viewer& viewer, Fields& fields) {
-    Fields edited{{"net", Edit(viewer, "net", "net", fields)}};
+    std::string& selected = kind == "net" ? viewer.selectedNet : viewer.selectedRefdes;
+    if (Lower(selected) == Lower(fields[idField])) selected = name;
     for (json& part : viewer.board["components"])
         for (json& pin : part["pins"])
-            if (Is(pin, "net", fields["net"])) pin["net"] = edited["net"];
-    if (Lower(viewer.selectedNet) == Lower(fields["net"])) viewer.selectedNet = edited["net"];
-    return "NET_UPDATED\n" + GetNet(viewer, edited);
+            if (kind == "net" && Is(pin, "net", fields["net"])) pin["net"] = name;
+    fields[idField] = name;
+    return kind == "net" ? "NET_UPDATED\n" + GetNet(viewer, fields)
+                         : "COMPONENT_UPDATED\n" + GetComponent(viewer, fields);
 }
 
 std::vector<Fields> ReadUpdates(const std::string& text) try {
@@ -383,10 +371,10 @@ struct CommandRow {
 };
 
 constexpr CommandRow Commands[] = {
-    {HostCommandId_SelectNet, "SelectNet", SelectNet, "net"},
+    {HostCommandId_SelectNet, "SelectNet", SelectNamed, "net"},
     {HostCommandId_GetBoardState, "GetBoardState", GetBoardState, ""},
-    {HostCommandId_SelectComponent, "SelectComponent", SelectComponent, "refdes"},
-    {HostCommandId_SelectPin, "SelectPin", SelectPin, "refdes pin"},
+    {HostCommandId_SelectComponent, "SelectComponent", SelectNamed, "refdes"},
+    {HostCommandId_SelectPin, "SelectPin", SelectNamed, "refdes pin"},
     {HostCommandId_FindComponents, "FindComponents", FindComponents, "query"},
     {HostCommandId_GetComponent, "GetComponent", GetComponent, "refdes"},
     {HostCommandId_GetNet, "GetNet", GetNet, "net"},
@@ -397,8 +385,8 @@ constexpr CommandRow Commands[] = {
      "limit _ _ _ file_type file_path path_filter file_name_contains query _"},
     {HostCommandId_GetPdfPageContext, "GetPdfPageContext", GetPdfPageContext,
      "page radius limit include_image image_mode query pdf_path byte_limit"},
-    {HostCommandId_UpdateComponent, "UpdateComponent", UpdateComponent, "refdes"},
-    {HostCommandId_UpdateNet, "UpdateNet", UpdateNet, "net"},
+    {HostCommandId_UpdateComponent, "UpdateComponent", Update, "refdes"},
+    {HostCommandId_UpdateNet, "UpdateNet", Update, "net"},
     {HostCommandId_ExportOrv, "ExportOrv", ExportOrv, "path"},
     {HostCommandId_PdfiumExtractText, "PdfiumExtractText", PdfiumExtractText,
      "page_start page_end include_text include_words max_words_per_page pdf_path output_path"},
@@ -421,15 +409,15 @@ Fields ReadFields(const CommandRow& row, const std::string& text) {
 
 /// Into Reply when the text fits there with its NUL, else into a block that the library takes over.
 void PutReply(HostCommand& command, const std::string& text) {
-    const auto wide = ToWide(text);
+    const WideString wide = ToWide(text);
     if (wide.size() < std::size(command.Reply)) {
         command.Reply[wide.copy(command.Reply, wide.size())] = 0;
-        return;
+    } else if (void* block = CoTaskMemAlloc(wide.size() * sizeof(OrvaneMcpChar))) {
+        command.LongReply = static_cast<OrvaneMcpChar*>(block);
+        command.LongReplyLength = static_cast<std::uint32_t>(wide.copy(command.LongReply, wide.size()));
+    } else {
+        throw std::bad_alloc();
     }
-    command.LongReply = static_cast<OrvaneMcpChar*>(CoTaskMemAlloc(wide.size() * sizeof(OrvaneMcpChar)));
-    if (!command.LongReply) throw std::bad_alloc();
-    wide.copy(command.LongReply, wide.size());
-    command.LongReplyLength = static_cast<std::uint32_t>(wide.size());
 }
 
 }  // namespace

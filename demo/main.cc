@@ -96,9 +96,7 @@ void Serve(const std::filesystem::path& board) {
     SetConsoleCtrlHandler(AnswerConsole, TRUE);
     const std::string pipeName = StartServer(host.window);
     const std::jthread reminder([](std::stop_token stop) {
-        for (; !stop.stop_requested(); Sleep(250)) {
-            PostMessageW(hostWindow, CheckClientsMessage, 0, 0);
-        }
+        for (; !stop.stop_requested(); Sleep(250)) PostMessageW(hostWindow, CheckClientsMessage, 0, 0);
     });
     std::cout << "serving " << PathText(viewer.boardPath) << " on " << pipeName << std::endl;
     MSG message{};
