@@ -91,26 +91,23 @@ void DrawPart(Canvas& canvas, const json& part, bool chosen, const std::string& 
 
 }  // namespace
 
-json LoadBoard(const std::filesystem::path& path) {
+json LoadBoard(const std::filesystem::path& path) try {
     // What the file left out. A text or a box of another type throws.
     const auto complete = [](json& record, const Strings& texts, const char* box = nullptr) {
         for (const std::string& key : texts) record[key] = record.value(key, "");
         if (box) record[box] = record.value(box, Box{});
     };
-    const std::string bytes = LoadBytes(path);
-    try {
-        json board = json::parse(bytes);
-        complete(board, {"name", "schematic"});
-        board["outline"] = board.value("outline", std::vector<Box>());
-        for (json& net : board["nets"]) complete(net, {"name", "info", "note", "no_connect"});
-        for (json& part : board["components"]) {
-            complete(part, {"name", "side", "package", "info", "display_info", "note"}, "body");
-            for (json& pin : part["pins"]) complete(pin, {"number", "name", "net"}, "pad");
-        }
-        return board;
-    } catch (const json::exception&) {
-        throw Refusal(PathText(path) + " is not a board file.");
+    json board = json::parse(LoadBytes(path));
+    complete(board, {"name", "schematic"});
+    board["outline"] = board.value("outline", std::vector<Box>());
+    for (json& net : board["nets"]) complete(net, {"name", "info", "note", "no_connect"});
+    for (json& part : board["components"]) {
+        complete(part, {"name", "side", "package", "info", "display_info", "note"}, "body");
+        for (json& pin : part["pins"]) complete(pin, {"number", "name", "net"}, "pad");
     }
+    return board;
+} catch (const json::exception&) {
+    throw Refusal(PathText(path) + " is not a board file.");
 }
 
 bool Is(const json& record, const char* key, const std::string& text) {

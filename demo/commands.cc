@@ -102,11 +102,9 @@ std::string GetComponent(Viewer& viewer, Fields& fields) {
 std::string GetNet(Viewer& viewer, Fields& fields) {
     json& net = Get(viewer, "net", fields["net"]);
     Strings pins;
-    for (json& part : viewer.board["components"]) {
+    for (json& part : viewer.board["components"])
         for (json& pin : part["pins"])
-            if (Is(pin, "net", net["name"]))
-                pins.push_back(std::string(part["name"]) + "." + std::string(pin["number"]));
-    }
+            if (Is(pin, "net", net["name"])) pins.push_back(Joined({part["name"], pin["number"]}, "."));
     return Entry("net", net["name"]) + Entry("description", net["info"]) + Entry("note", net["note"]) +
            Entry("no_connect", net["no_connect"]) + Entry("pin_count", pins.size()) + Entry("pins", Joined(pins));
 }
@@ -335,8 +333,8 @@ std::string GetPdfPageContext(Viewer& viewer, Fields& fields) {
     const json* chosen = Find(viewer.board["components"], fields["query"]);
     if (!chosen) chosen = Find(viewer.board["components"], viewer.selectedRefdes);
     const Box area = fields["image_mode"] == "page" || areas.empty() ? WholePage : areas[0];
-    const std::string png =
-        DrawPage(viewer.board, page, area, chosen, viewer.selectedNet, Number(fields, "byte_limit"));
+    const std::size_t limit = Number(fields, "byte_limit");
+    const std::string png = DrawPage(viewer.board, page, area, chosen, viewer.selectedNet, limit);
     if (png.empty()) return reply + Entry("no_image", "it would be larger than " + fields["byte_limit"] + " bytes");
     return "ORVANE_DISPLAY_IMAGE_REQUIRED\n" + reply + Entry("image_path", PathText(StorePicture(png))) +
            "ORVANE_MCP_IMAGE mime_type=image/png data=" + Base64(png);
@@ -352,9 +350,8 @@ std::string PdfiumExtractText(Viewer& viewer, Fields& fields) {
         json& entry = pages.emplace_back(json{{"page", number}, {"rotation", 0}, {"box", WholePage}});
         if (Number(fields, "include_text")) entry["text"] = page.text;
         std::size_t rest = Number(fields, "include_words") ? Number(fields, "max_words_per_page") : 0;
-        for (const Word& word : WordsOf(viewer.board, page)) {
+        for (const Word& word : WordsOf(viewer.board, page))
             if (rest > 0 && rest--) entry["words"].push_back({{"text", word.text}, {"box", word.box}});
-        }
     }
     const std::string text = json{{"pages", pages}}.dump(-1, ' ', false, json::error_handler_t::replace);
     if (fields["output_path"].empty()) return text;

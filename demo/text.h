@@ -58,13 +58,10 @@ inline void StoreBytes(const std::filesystem::path& path, const std::string& byt
 
 inline std::string Base64(const std::string& bytes) {
     constexpr auto digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    const auto byte = [&](std::size_t i) { return i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0U; };
     std::string text;
-    unsigned held = 0, count = 0;
-    for (const char byte : bytes) {
-        held = held << 8 | static_cast<unsigned char>(byte);
-        for (count += 8; count >= 6; count -= 6) text += digits[held >> (count - 6) & 63];
-    }
-    if (count > 0) text += digits[held << (6 - count) & 63];
+    for (std::size_t bit = 0; bit < bytes.size() * 8; bit += 6)
+        text += digits[(byte(bit / 8) << 8 | byte(bit / 8 + 1)) >> (10 - bit % 8) & 63];
     return text.append((4 - text.size() % 4) % 4, '=');
 }
 
@@ -75,9 +72,9 @@ inline Strings SplitAt(const std::string& text, char separator) {
     return parts;
 }
 
-inline std::string Joined(const Strings& parts) {
+inline std::string Joined(const Strings& parts, const char* separator = " ") {
     std::string text;
-    for (const std::string& part : parts) text += (text.empty() ? "" : " ") + part;
+    for (const std::string& part : parts) text += (text.empty() ? "" : separator) + part;
     return text;
 }
 
