@@ -13,8 +13,8 @@ orvane_test(package.hosts package 120 tests/package/build_hosts "${package}" "${
             "${PROJECT_SOURCE_DIR}/cmake/windows.cmake")
 orvane_test(package.files package 60 ${check} files "${package}" ${PROJECT_VERSION})
 orvane_test(package.content package 60 ${check} content "${package}" "${PROJECT_SOURCE_DIR}/out/bundle")
-orvane_test(package.same_elsewhere package 60 sh -c "for file in ${name}-win64.zip ${name}.mcpb; do
-  cmp out/$file '${again}/out/'$file || exit 1; done")
+orvane_test(package.same_elsewhere package 60 sh -c
+  "cmp out/${name}-win64.zip '${again}/out/${name}-win64.zip' && cmp out/${name}.mcpb '${again}/out/${name}.mcpb'")
 foreach(toolchain cmake gnu gnu_cpp msvc)
   orvane_test(package.host.${toolchain} package 120 ${check} host "${package}" "${CMAKE_BINARY_DIR}/hosts/${toolchain}")
   set_tests_properties(package.host.${toolchain} PROPERTIES FIXTURES_REQUIRED package_hosts)
