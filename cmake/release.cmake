@@ -7,9 +7,10 @@ file(RELATIVE_PATH relative_source "${CMAKE_BINARY_DIR}" "${CMAKE_SOURCE_DIR}")
 string(REGEX REPLACE "/$" "" relative_source "${relative_source}")
 set_property(GLOBAL PROPERTY RULE_LAUNCH_COMPILE
              "${CMAKE_SOURCE_DIR}/cmake/relative ${CMAKE_SOURCE_DIR} ${relative_source}")
+# Colours are asked for because on a terminal and under ccache the compiler gets that option anyway; Ninja strips them.
 add_library(orvane_release_flags INTERFACE)
 target_compile_options(orvane_release_flags INTERFACE
-  $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-compilation-dir=. -ffile-prefix-map=${relative_source}=.>)
+  $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-compilation-dir=. -ffile-prefix-map=${relative_source}=. -fcolor-diagnostics>)
 # One runtime inside each file, so that a host needs nothing beside the DLL.
 target_link_options(orvane_release_flags INTERFACE
   -static -Wl,--gc-sections -Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
