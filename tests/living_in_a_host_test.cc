@@ -38,21 +38,20 @@ TEST(LivingInAHost, AHostThatExitsInTheMiddleOfACommandIsGoneAndSoIsItsAnnouncem
 
 TEST(LivingInAHost, AHostMayStopInsideACommandAndFreeTheLibraryAtAnyTime) {
     for (const char* mode : {"stop", "free", "stop-free"}) {
+        SCOPED_TRACE(mode);
         ChildProcess host = StartHost(mode);
-        EXPECT_EQ(host.Read("\n"), "serving") << mode;
+        EXPECT_EQ(host.Read("\n"), "serving");
         {
             RawClient client = ClientOf(host.Id);
             client.Send("GET_BOARD_STATE\n");
-            EXPECT_EQ(host.Read("\n"), "command") << mode;
+            EXPECT_EQ(host.Read("\n"), "command");
             // The command that was under way is answered; after a stop the session then ends by itself.
-            EXPECT_EQ(client.Read(), "OK\t2:") << mode;
-            if (mode != std::string("free")) {
-                EXPECT_EQ(client.Read(), "<end>") << mode;
-            }
+            EXPECT_EQ(client.Read(), "OK\t2:");
+            EXPECT_EQ(mode == std::string("free") ? "<end>" : client.Read(), "<end>");
         }
         host.Input.reset();
-        EXPECT_EQ(host.WaitForExitCode(), 0u) << mode;
-        EXPECT_FALSE(Announced()) << mode;
+        EXPECT_EQ(host.WaitForExitCode(), 0u);
+        EXPECT_FALSE(Announced());
     }
 }
 
@@ -61,14 +60,13 @@ TEST(LivingInAHost, TwoViewersShareOneAnnouncementAndAKilledOnesIsPassedOver) {
     EXPECT_EQ(first.Read("\n"), "serving");
     ChildProcess second = StartHost("free");
     EXPECT_EQ(second.Read("\n"), "serving");
-    EXPECT_THAT(FindControlPipes(), testing::ElementsAre(ControlPipeName(second.Id)))
-        << "the last to start stands there";
+    EXPECT_THAT(FindControlPipes(), testing::ElementsAre(ControlPipeName(second.Id))) << "the last to start";
     first.Send("\n");
     EXPECT_EQ(first.WaitForExitCode(), 0u);
     EXPECT_EQ(FindControlPipes().size(), 1u) << "nobody withdraws another's";
     second.Kill();
     EXPECT_TRUE(Announced());
-    EXPECT_THAT(FindControlPipes(), testing::IsEmpty()) << "nobody lives behind the values that were left";
+    EXPECT_THAT(FindControlPipes(), testing::IsEmpty()) << "nobody lives to serve what was announced";
     AnnounceControlServer(false);
 }
 

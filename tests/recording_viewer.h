@@ -2,9 +2,9 @@
 #pragma once
 
 #include "control/announcement.h"
-#include "control/state.h"
 #include "hostlink/connection.h"
 #include "protocol/control_protocol.h"
+#include "raw_client.h"
 
 #include <gtest/gtest.h>
 
@@ -37,12 +37,12 @@ class RecordingViewer {
     std::vector<std::string> lines_;
     std::thread thread_{[this] {
         ConnectNamedPipe(pipe_.Get(), nullptr);  // fails when the client was quicker, which is as good
-        while (const std::optional<std::string> line = ReadControlLine(pipe_.Get())) {
+        for (MarkedReader reader;;) {
+            const std::string line = reader.Until("\n", pipe_.Get());
+            if (line.ends_with("<end>")) return;
             const std::lock_guard lock(mutex_);
-            lines_.push_back(*line);
-            const std::string_view answer = line->starts_with(HelloPrefix) ? "OK\n" : "OK\t\n";
-            DWORD written = 0;
-            WriteFile(pipe_.Get(), answer.data(), static_cast<DWORD>(answer.size()), &written, nullptr);
+            lines_.push_back(line);
+            WriteBytes(pipe_.Get(), line.starts_with(HelloPrefix) ? "OK\n" : "OK\t\n");
         }
     }};
 };

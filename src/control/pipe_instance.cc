@@ -2,9 +2,9 @@
 
 namespace {
 
-/// True for the errors of a write to a client that has closed its end or has been disconnected.
-bool TellsThatClientHasGone(DWORD error) {
-    return error == ERROR_NO_DATA || error == ERROR_BROKEN_PIPE || error == ERROR_PIPE_NOT_CONNECTED;
+/// True for the errors of a write to a client that has closed its end, before the write or during it.
+bool MeansThatClientHasGone(DWORD error) {
+    return error == ERROR_NO_DATA || error == ERROR_BROKEN_PIPE;
 }
 
 }  // namespace
@@ -43,7 +43,7 @@ void WriteReplyBytes(PipeInstance& instance, std::string_view bytes) {
         DWORD written = 0;
         const bool taken = call && WriteFile(instance.Pipe.Get(), piece.data(), static_cast<DWORD>(piece.size()),
                                              &written, nullptr) != 0;
-        const bool gone = call && !taken && TellsThatClientHasGone(GetLastError());
+        const bool gone = call && !taken && MeansThatClientHasGone(GetLastError());
         instance.Broken = !taken || written != piece.size();
         // A client that stays would wait for this reply for ever, so it is sent away.
         if (instance.Broken && !gone) instance.Leaving = true;

@@ -31,6 +31,8 @@ class SessionEnd {
     ~SessionEnd() {
         session_.Count.Enter(SessionStage::Ending);
         RemoveClient(session_.ClientId, session_.ServerRun);
+        // The close may come late: a DisconnectClients under way holds the pipe too, and the client must not wait for
+        // it.
         DisconnectNamedPipe(session_.Pipe->Pipe.Get());
         session_.Pipe.reset();
     }
