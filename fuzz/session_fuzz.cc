@@ -108,20 +108,19 @@ LRESULT SendMessageW(HWND, UINT, WPARAM, LPARAM parameter) {
 
 namespace {
 
-/// How the reply to a request line begins, whole where its text is plain and short; empty for a line that gets none.
+/// The reply to a request line; its beginning where the text is not plain or too long for the record.
 std::string ExpectedReply(std::string line) {
-    while (!line.empty() && line.back() == '\r') line.pop_back();
+    line.erase(line.find_last_not_of('\r') + 1);
     if (line.empty()) return "";
-    if (line.starts_with("CLIENT_NAME\t")) return "OK\tClient name updated.";
+    if (line.starts_with(Verb::ClientName)) return "OK\tClient name updated.\n";
     for (const HostVerb& verb : HostVerbs) {
-        if (!verb.HasPayload() && line == verb.Literal) return "OK\tOK";
-        if (!verb.HasPayload() || !line.starts_with(verb.Literal)) continue;
+        if (!line.starts_with(verb.Literal) || (!verb.HasPayload() && line != verb.Literal)) continue;
         const std::string text = std::string(verb.TextPrefix) + line.substr(verb.Literal.size());
-        const bool plain = std::all_of(text.begin(), text.end(),
-                                       [](char c) { return c >= '\t' && c <= 'z' && c != '\\' && c != '\r'; });
-        return plain && text.size() - 1 < 999 ? "OK\t" + text + "\n" : "OK\t";
+        const auto isPlain = [](char c) { return c >= '\t' && c <= 'z' && c != '\\' && c != '\r'; };
+        if (!std::all_of(text.begin(), text.end(), isPlain) || text.size() > 999) return "OK\t";
+        return "OK\t" + (text.empty() ? "OK" : text) + "\n";
     }
-    return "ERR\tUnknown Orvane MCP command.";
+    return "ERR\tUnknown Orvane MCP command.\n";
 }
 
 }  // namespace

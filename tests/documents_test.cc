@@ -3,11 +3,9 @@
 #include "protocol/verbs.h"
 
 #include <fstream>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <regex>
 #include <sstream>
-
-using testing::Contains, testing::HasSubstr;
 
 static std::string Document(const char* name) {
     std::ostringstream text;
@@ -31,12 +29,7 @@ static std::vector<std::string> Pieces(std::string_view text, std::string_view m
     return pieces;
 }
 
-/// What the texts for agents promise of a reply: words that stop an agent or send it on, and paths that it looks for.
-static const char* const Promises =
-    "ORVANE_[A-Z_]+|DIAGNOSTIC_NOTES status=match|STOP NOW|\\b(?:stop|selected|no_followup_tools)=true|"
-    "\\b(?:selected_refdes|selected_info|opened_path|image_path|json_path|attached_pdf_path)\\b";
-
-TEST(Documents, TellAHostEachCommandAndTheWordsThatAgentsExpectOfIt) {
+TEST(Documents, TellAHostTheIdOfEachVerb) {
     const std::string guide = Document("host-integration.md"), protocol = Document("control-protocol.md");
     const std::string commands = guide.substr(guide.find("## The commands"));
     for (const HostVerb& verb : HostVerbs) {
@@ -44,17 +37,6 @@ TEST(Documents, TellAHostEachCommandAndTheWordsThatAgentsExpectOfIt) {
         const std::string row = "\n\\| " + std::to_string(verb.CommandId) + " \\|[^|]*" + name;
         EXPECT_EQ(All(commands, row).size(), 1u) << row;
         EXPECT_NE(protocol.find("\n| " + name + " |"), protocol.npos) << name;
-    }
-    for (const std::string& tool : Pieces(ToolListResultText, "{\"name\":\"")) {
-        const std::string name = tool.substr(0, tool.find('"'));
-        if (name == "list_commands") continue;  // no host sees it
-        const std::vector<std::string> rows = All(commands, "\n\\| \\d+ \\|[^|]*`" + name + "`.*");
-        ASSERT_EQ(rows.size(), 1u) << name;
-        for (const std::string& word : All(tool, Promises)) EXPECT_THAT(rows[0], HasSubstr(word)) << name;
-    }
-    const std::vector<std::string> rows = All(commands, "\n\\| \\d+ \\|.*");
-    for (const std::string& word : All(std::string(InitializeResultText), Promises)) {
-        EXPECT_THAT(rows, Contains(HasSubstr(word)));
     }
 }
 

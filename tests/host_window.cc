@@ -48,6 +48,7 @@ HostWindow::~HostWindow() {
 void ServerTest::TearDown() {
     OrvaneMcp_StopControlServer();
     EXPECT_TRUE(SessionsBecome(0));
+    for (const auto& sessions : ServerState().SessionsByStage) EXPECT_EQ(sessions, 0);
     AnnounceControlServer(false);
 }
 

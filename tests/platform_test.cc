@@ -24,7 +24,6 @@ struct Pipes : testing::Test {
             OwnedHandle(CreateFileW(Name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
         return Error(static_cast<bool>(Client));
     }
-    DWORD Wait() const { return Error(WaitNamedPipeW(Name.c_str(), 20)); }
     DWORD Connect() const { return Error(ConnectNamedPipe(Server.Get(), nullptr)); }
     void CreateAndOpen() {
         Create();
@@ -59,14 +58,11 @@ struct Pipes : testing::Test {
 
 TEST_F(Pipes, TellAClientWhyItCannotOpenThem) {
     EXPECT_EQ(Open(), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(Wait(), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(Error(WaitNamedPipeW(Name.c_str(), 20)), DWORD{ERROR_FILE_NOT_FOUND});
     CreateAndOpen();
-    const OwnedHandle first = std::move(Client), firstInstance = std::move(Server);
+    const OwnedHandle first = std::move(Client);
     EXPECT_EQ(Open(), DWORD{ERROR_PIPE_BUSY});
-    EXPECT_EQ(Wait(), DWORD{ERROR_SEM_TIMEOUT});
-    Create();
-    EXPECT_EQ(Wait(), DWORD{ERROR_SUCCESS});
-    EXPECT_EQ(Open(), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(Error(WaitNamedPipeW(Name.c_str(), 20)), DWORD{ERROR_SEM_TIMEOUT});
 }
 
 TEST_F(Pipes, DeliverWhatWasWrittenBeforeTheirClientLeft) {
@@ -92,18 +88,12 @@ TEST_F(Pipes, LetABlockedCallBeCancelledWithoutHarmToALaterOne) {
     EXPECT_EQ(Cancelled(Server, [this] { return Write(Server, 1 << 20); }), DWORD{ERROR_OPERATION_ABORTED});
 }
 
-TEST(Processes, AreListedWithTheirParentAndTellTheirImage) {
+TEST(Processes, AreListedWithTheirParentUntilTheyEnd) {
     ChildProcess child(ModulePath(nullptr), {"--host", "stay"});
     const auto entry = [&] { return FindProcessEntry(TakeProcessSnapshot(), child.Id); };
     EXPECT_EQ(entry().th32ParentProcessID, GetCurrentProcessId());
     EXPECT_TRUE(ModulePath(nullptr).ends_with(entry().szExeFile));
-    const OwnedHandle process(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, child.Id));
-    WCHAR path[1024];
-    DWORD size = 5;
-    EXPECT_FALSE(QueryFullProcessImageNameW(process.Get(), 0, path, &size));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
-    EXPECT_TRUE(QueryFullProcessImageNameW(process.Get(), 0, path, &(size = 1024)));
-    EXPECT_EQ(WideView(path, size), ModulePath(nullptr));
+    const OwnedHandle process(OpenProcess(SYNCHRONIZE, FALSE, child.Id));
     child.Kill();
     EXPECT_EQ(WaitForSingleObject(process.Get(), 0), DWORD{WAIT_OBJECT_0});
     EXPECT_EQ(entry().th32ProcessID, 0u);
