@@ -180,7 +180,6 @@ TEST_F(ClientSession, HandsEachRequestToTheHostByItsIdAndAnswersWithOneLine) {
 TEST_F(ClientSession, CutsLinesWhereverWritesEndAndCarriesThemOutForAClientThatHasGone) {
     HostWindow host;
     Start(host.Handle);
-    for (int i = 0; i < 5; ++i) RawClient();  // gone before the server looks
     RawClient other("other"), client("one");
     client.Send("GET_NET\ta\nGET_NET\tb\nGET_N");
     EXPECT_EQ(client.Read("b\n"), "OK\t7:a\nOK\t7:");
@@ -193,6 +192,19 @@ TEST_F(ClientSession, CutsLinesWhereverWritesEndAndCarriesThemOutForAClientThatH
     client.Pipe.reset();
     EXPECT_TRUE(Eventually([] { return ClientNames() == std::vector<std::string>{"other"}; }));
     EXPECT_EQ(host.Commands, 6);
+}
+
+TEST_F(ClientSession, LeavesNoThreadAndNoHandleBehind) {
+    Start();
+    const auto round = [] {
+        for (int i = 0; i < 50; ++i) {
+            const RawClient silent;
+            RawClient("hasty").Send("GET_BOARD_STATE\nGET_NET\thalf a li");
+        }
+        EXPECT_TRUE(SessionsBecome(0));
+        return ThreadsAndHandles();
+    };
+    EXPECT_EQ(LeftBehind(round), "");
 }
 
 TEST_F(ClientSession, EndsItsConnectionAtOnceEvenWhileThePipeIsHeldElsewhere) {
