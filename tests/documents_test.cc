@@ -36,6 +36,6 @@ TEST(Documents, DescribeEachToolOfTheCatalogue) {
     EXPECT_EQ(All(document, "\n### ([a-z_]+)"), tools);
     EXPECT_EQ(All(document, "\n\\| \\[`([a-z_]+)`\\]"), tools);
     for (const std::string& argument : All(catalogue, "\"([a-z_]+)\":\\{\"type\"")) {
-        EXPECT_NE(document.find(argument + "` |"), document.npos) << argument;
+        EXPECT_TRUE(argument == "items" || document.find(argument + "` |") != document.npos) << argument;
     }
 }
