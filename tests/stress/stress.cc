@@ -88,8 +88,10 @@ void BridgesAndRestarts(const WideString& self, int restarts) {
         ChildProcess viewer(self, {"--viewer"});
         if (viewer.Read("serving") != "") Say("the viewer did not start"), ++hung;
         const DWORD back = GetTickCount();
-        Sleep(50 + Random(400));
-        if (i % 10 != 0) continue;
+        if (i % 10 != 0) {
+            Sleep(50 + Random(400));
+            continue;
+        }
         const bool all = Eventually([&] {
             return std::all_of(bridges.begin(), bridges.end(), [&](const Bridge& bridge) {
                 return static_cast<std::int32_t>(bridge.LastSuccess - back) > 0;
