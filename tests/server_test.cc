@@ -8,7 +8,7 @@
 
 using testing::ElementsAre, testing::IsEmpty;
 
-// Each needs the server stopped behind it.
+// Each leaves no server behind.
 using ServerStart = ServerTest;
 using Getters = ServerTest;
 using ClientList = ServerTest;
