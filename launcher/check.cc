@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <new>
 
 namespace {
 
@@ -23,7 +24,7 @@ void Say(const std::string& text) {
     std::fflush(stdout);
 }
 
-/// Tells which viewers there are. False when there is none.
+/// Lists the viewers found. False when there is none.
 bool FindViewers() {
     const WideString announced = IsControlServerAnnounced()
                                      ? ReadRegistryString(HKEY_CURRENT_USER, Announcement::Key, Announcement::PipeName)
@@ -49,14 +50,13 @@ unsigned WINAPI GiveUpLater(void*) {
     EndOwnProcess(DoesNotWork);
 }
 
-/// Tells the viewer's answer, line by line. True when the command was carried out.
+/// Prints the viewer's answer, line by line. True when the command was carried out.
 bool TellReply(const std::string& reply) {
     const bool failed = reply.starts_with(ErrorReplyPrefix);
-    const std::size_t prefix = failed                             ? ErrorReplyPrefix.size()
-                               : reply.starts_with(OkReplyPrefix) ? OkReplyPrefix.size()
-                                                                  : 0;
     Say(failed ? "Orvane answers to GET_BOARD_STATE with a failure:" : "Orvane answers to GET_BOARD_STATE:");
-    const std::string text = UnescapeControlText(reply, prefix);
+    std::string text = reply;
+    if (failed) text = UnescapeControlText(reply, ErrorReplyPrefix.size());
+    if (reply.starts_with(OkReplyPrefix)) text = UnescapeControlText(reply, OkReplyPrefix.size());
     for (std::size_t start = 0; start < text.size();) {
         const std::size_t end = std::min(text.find('\n', start), text.size());
         Say("    " + PrintableBytes(std::string_view(text).substr(start, end - start)));
@@ -66,8 +66,9 @@ bool TellReply(const std::string& reply) {
 }
 
 /// Asks the connected viewer for the state of its board. True when an agent would get it.
-bool AskForBoardState() {
-    if (!StartDetachedThread(GiveUpLater, nullptr)) return false;
+bool AskForBoardState() try {
+    // Without that thread the wait has no limit, as an agent's has none.
+    static_cast<void>(StartDetachedThread(GiveUpLater, nullptr));
     const std::optional<std::string> reply = SendControlLine("GET_BOARD_STATE");
     if (!reply) {
         Say("Orvane closed the connection without an answer. Agents' calls fail.");
@@ -76,6 +77,9 @@ bool AskForBoardState() {
     const bool works = TellReply(*reply);
     Say(works ? "Agents' calls work." : "The connection works, but Orvane couldn't carry out the command.");
     return works;
+} catch (const std::bad_alloc&) {
+    Say("Orvane answered, but its reply is too large to pass on.");
+    return false;
 }
 
 }  // namespace

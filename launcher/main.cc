@@ -15,10 +15,10 @@ constexpr const char HelpText[] =
     "input and output.\n"
     "\n"
     "  --check    looks for a running Orvane and says whether an agent can reach it; ends with 0 if so, else with 1\n"
-    "  --version  says which version this is\n"
+    "  --version  prints the version\n"
     "  --help     shows this text\n"
     "\n"
-    "With the environment variable ORVANE_MCP_TRACE=1 the server tells on standard error what it does, with\n"
+    "With the environment variable ORVANE_MCP_TRACE=1 the server reports on standard error what it does, with\n"
     "ORVANE_MCP_TRACE=2 also the contents of messages.\n";
 
 int Serve() {
@@ -38,10 +38,11 @@ int Serve() {
 
 int main(int argc, char** argv) {
     if (argc < 2) return Serve();
-    const std::string_view argument = argc == 2 ? argv[1] : "";
+    const std::string_view argument = argv[1];
+    if (argc > 2) return std::fprintf(stderr, "orvane_mcp: one argument at most\n\n%s", HelpText), 2;
     if (argument == "--check") return RunCheck();
     if (argument == "--version") return std::puts("orvane_mcp " ORVANE_VERSION), 0;
     if (argument == "--help") return std::fputs(HelpText, stdout), 0;
-    std::fprintf(stderr, "orvane_mcp: unknown argument \"%s\"\n\n%s", argv[argc - 1], HelpText);
+    std::fprintf(stderr, "orvane_mcp: unknown argument \"%s\"\n\n%s", argv[1], HelpText);
     return 2;
 }

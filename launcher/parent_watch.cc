@@ -8,8 +8,8 @@ namespace {
 constexpr DWORD Patience = 5000;
 constexpr DWORD PauseBetweenLooks = 100;
 
-/// Returns once the input has had no writer for as long as `Patience`. A bridge that still works through the requests
-/// in it gets its time anew with each piece that it reads.
+/// Returns once the input has had no writer, and nothing was read from it, for `Patience` milliseconds. Each piece that
+/// the bridge still reads restarts the clock.
 void AwaitAbandonedInput() {
     std::optional<DWORD> before;
     for (DWORD start = GetTickCount(); GetTickCount() - start < Patience; Sleep(PauseBetweenLooks)) {
@@ -21,7 +21,8 @@ void AwaitAbandonedInput() {
 
 unsigned WINAPI WatchParent(void* argument) {
     const OwnedHandle parent(argument);
-    // Whoever else holds the other end of the pipe may be the true client: a starter that leaves changes nothing.
+    // Another process may hold the other end of the pipe and be the real client, so the parent's exit alone proves
+    // nothing.
     if (WaitForSingleObject(parent.Get(), INFINITE) == WAIT_OBJECT_0) {
         AwaitAbandonedInput();
         EndOwnProcess(0);

@@ -3,6 +3,7 @@
 #include "hostlink/connection.h"
 #include "mcp/catalogue.h"
 #include "mcp/framing.h"
+#include "text/trace.h"
 #include "tools/tool_calls.h"
 
 #include <cstddef>
@@ -101,6 +102,8 @@ Method FindMethod(std::string_view message) {
 
 void RunMessageLoop() try {
     while (const std::optional<std::string> message = ReadMcpMessage()) HandleMessage(*message);
+    Trace("input ended");
 } catch (const std::bad_alloc&) {
+    Trace("message larger than memory: the bridge ends");
     // The message is larger than memory, and its rest can't be told from the next one: end, so that the client notices.
 }

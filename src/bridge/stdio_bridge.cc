@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 namespace {
 
@@ -25,12 +26,11 @@ std::int32_t OrvaneMcp_RunStdioBridge() {
     // Lengths are counted in bytes, so line ends must not be translated.
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
-    WidenBuffer(stdin);
-    WidenBuffer(stdout);
+    static std::once_flag widened;  // a stream that was used must keep its buffer
+    std::call_once(widened, [] { WidenBuffer(stdin), WidenBuffer(stdout); });
     StartTrace();
     StartControlWatcher();
     RunMessageLoop();
-    Trace("input ended");
     CloseControlConnection();
     return 0;
 }

@@ -5,6 +5,7 @@
 
 #include <string_view>
 
-/// Carries out one line, with or without its line feed, and writes the reply line. An empty line gets no reply. Every
-/// failure is a reply, and the connection stays. Session thread only; blocks while the host works.
+/// Carries out one line, with or without its line feed, and writes the reply line. An empty line gets no reply. A
+/// command that fails is a reply, and the connection stays. Throws std::bad_alloc. Session thread only; blocks while
+/// the host works.
 void DispatchControlLine(const ClientSession& session, std::string_view line);

@@ -71,8 +71,8 @@ std::int32_t OrvaneMcp_StartControlServer(const ControlServerStartInfo* info) tr
     try {
         // Before the first instance exists: a bridge that is too early tries again.
         AnnounceControlServer(true);
-        PinOwnModule();
-        if (state.ListenerThread.Start(RunPipeListener, nullptr)) return 1;
+        // A library that could be unloaded under its threads must not start any.
+        if (PinOwnModule() && state.ListenerThread.Start(RunPipeListener, nullptr)) return 1;
     } catch (const std::bad_alloc&) {
         // Out of memory for the announcement: treated as if the thread hadn't started.
     }

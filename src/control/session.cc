@@ -91,7 +91,7 @@ void DispatchLines(ClientSession& session, std::string& pending, std::size_t& se
     searched = pending.size();
 }
 
-/// A thread's body: nothing may leave it.
+/// A thread's body: no exception may leave it.
 unsigned WINAPI RunSessionThread(void* argument) {
     const std::unique_ptr<ClientSession> session(static_cast<ClientSession*>(argument));
     try {

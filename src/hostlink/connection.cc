@@ -25,12 +25,12 @@ constexpr DWORD BusyPipeWait = 250;
 constexpr DWORD ReadSize = 256;
 constexpr DWORD GreetingPause = 5;
 
-/// The connection's state, one for the process. It is never destroyed: the watcher runs until the process has gone.
+/// The connection's state, one for the process. It is never destroyed: the watcher runs until the process ends.
 struct ControlLink {
-    /// Guards all below, and every byte sent or received on the pipe.
+    /// Guards the handle and the name, and every byte sent or received on the pipe.
     std::mutex ControlMutex;
-    /// The client end of the pipe. Written under the mutex; atomic because the end of the bridge looks at it first
-    /// without, so as not to wait for an attempt to connect that is under way.
+    /// The client end of the pipe. Written under the mutex; atomic because the end of the bridge first looks at it
+    /// without the mutex, so as not to wait for an attempt to connect that is under way.
     std::atomic<HANDLE> ControlHandle = INVALID_HANDLE_VALUE;
     std::string BridgeClientName;
     std::atomic<unsigned char> ControlWatcherStarted = 0;
@@ -122,11 +122,13 @@ bool IsGreetingAnswered(HANDLE pipe) {
         if (available == 0) continue;
         char chunk[ReadSize];
         DWORD count = 0;
-        if (ReadFile(pipe, chunk, std::min(available, ReadSize), &count, nullptr) == 0 || count == 0) return false;
+        if (ReadFile(pipe, chunk, std::min(available, ReadSize), &count, nullptr) == 0 || count == 0) {
+            Trace("greeting refused: Windows error ", GetLastError());
+            return false;
+        }
         const std::string_view arrived(chunk, count);
         const std::size_t lineFeed = arrived.find('\n');
-        // A longer line is not "OK", whatever follows: the rest of it is only read to its end.
-        if (answer.size() < ReadSize) answer.append(arrived.substr(0, lineFeed));
+        answer.append(arrived.substr(0, lineFeed));
         if (lineFeed == std::string_view::npos) continue;
         const bool accepted = WithoutLineEnd(answer) == HelloReply;
         Trace(accepted ? "greeting accepted after " : "greeting answered with something else after ",
@@ -241,7 +243,7 @@ std::string LastClientName() {
 void StartControlWatcher() {
     unsigned char expected = 0;
     if (!Link().ControlWatcherStarted.compare_exchange_strong(expected, 1)) return;
-    PinOwnModule();
+    static_cast<void>(PinOwnModule());  // the launcher never unloads it
     std::thread(ControlWatcher).detach();
 }
 

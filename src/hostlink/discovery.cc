@@ -32,7 +32,7 @@ DWORD ReadAnnouncedNumber(LPCWSTR valueName) {
 
 /// True when the image of the process lies directly in `directory`, which is lower-cased; an empty one rejects
 /// nothing.
-bool StandsIn(const WideString& directory, DWORD processId) {
+bool LiesIn(const WideString& directory, DWORD processId) {
     if (directory.empty()) return true;
     return ToLowerWide(ParentDirectory(GetProcessImagePath(processId))) == directory;
 }
@@ -52,7 +52,7 @@ std::vector<WideString> FindControlPipes() {
     VisitProcesses(snapshot, [&](const PROCESSENTRY32W& entry) {
         // The name is tested first: all other processes cost one comparison.
         if (_wcsicmp(entry.szExeFile, ViewerImageName) != 0 || !IsProcessAlive(entry.th32ProcessID)) return;
-        if (!StandsIn(ownDirectory, entry.th32ProcessID)) return;
+        if (!LiesIn(ownDirectory, entry.th32ProcessID)) return;
         WideString name = ControlPipeName(entry.th32ProcessID);
         if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(std::move(name));
     });
@@ -85,7 +85,7 @@ bool IsProcessAlive(DWORD processId) {
     if (processId == 0) return false;
     const OwnedHandle process(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
     DWORD exitCode = 0;
-    // Waiting as well: a process may have ended with the very code that stands for a running one.
+    // Waiting too: a process may have ended with exit code 259, which also means still running.
     return process && GetExitCodeProcess(process.Get(), &exitCode) != 0 && exitCode == STILL_ACTIVE &&
            WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT;
 }

@@ -7,8 +7,8 @@
 
 #include <vector>
 
-/// The names to try, in order, without duplicates. Costs a few reads of the
-/// registry, one snapshot of the process table and queries of the viewers in it.
+/// The names to try, in order, without duplicates. Costs a few reads of the registry, one snapshot of the process table
+/// and queries of the viewers in it.
 std::vector<WideString> FindControlPipes();
 
 /// True when the announcement is enabled and complete, and a process with its id lives.

@@ -64,7 +64,7 @@ void TraceAnswer(std::initializer_list<MessagePart> parts) {
             kept += piece.copy(beginning + kept, sizeof beginning - kept);
         });
     }
-    Trace("answer of ", length, " bytes written", TraceContents{{beginning, kept}});
+    Trace("answer of ", length, " bytes", TraceContents{{beginning, kept}});
 }
 
 }  // namespace
@@ -91,8 +91,8 @@ std::optional<std::size_t> ParseContentLength(const std::string& line) {
     const std::string_view start = std::string_view(line).substr(0, header.size());
     const auto sameLetter = [](char byte, char lower) { return LowerAscii(byte) == lower; };
     if (!std::equal(start.begin(), start.end(), header.begin(), header.end(), sameLetter)) return std::nullopt;
-    // strtoull skips the blanks and tabs before the number. It returns 0 without digits, and a negative number wraps to
-    // a huge one: neither is in range.
+    // strtoull skips the blanks and tabs before the number. It returns 0 without digits, and nearly every
+    // negative number wraps to a huge one: neither is in range.
     const unsigned long long number = std::strtoull(line.c_str() + header.size(), nullptr, 10);
     if (number < 1 || number > LargestFramedBody) return std::nullopt;
     return static_cast<std::size_t>(number);

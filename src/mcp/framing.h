@@ -34,7 +34,7 @@ constexpr MessagePart JsonText(std::string_view text) {
 }
 
 /// Writes one message and flushes. The parts go out from where they are: nothing is allocated, so a message is never
-/// written in half for want of memory. Write errors are ignored, since the input of a client that is gone ends too.
+/// half written for lack of memory. Write errors are ignored, since the input of a client that is gone ends too.
 void WriteMcpMessage(std::initializer_list<MessagePart> parts);
 
 /// Reads one line, including its line feed. A last line without a line feed still counts; nothing when input has ended.

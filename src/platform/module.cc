@@ -1,9 +1,9 @@
 #include "platform/module.h"
 
-void PinOwnModule() {
+bool PinOwnModule() {
     HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                       reinterpret_cast<LPCWSTR>(&PinOwnModule), &module);
+    return GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                              reinterpret_cast<LPCWSTR>(&PinOwnModule), &module) != 0;
 }
 
 std::basic_string<WCHAR> ModulePath(HMODULE module) {

@@ -7,8 +7,9 @@
 #include <string>
 
 /// Keeps this library loaded until the process ends, whatever the host frees: once a thread has started, our code may
-/// still run. Safe to call again.
-void PinOwnModule();
+/// still run. Safe to call again. False when the
+/// system refused.
+[[nodiscard]] bool PinOwnModule();
 
 /// The full path of `module`; null means the process's main executable. Empty on any failure.
 std::basic_string<WCHAR> ModulePath(HMODULE module);

@@ -25,7 +25,7 @@ bool JoinableThread::Start(ThreadBody body, void* argument) {
 }
 
 bool JoinableThread::EndsWithin(DWORD milliseconds) {
-    return !thread_ || WaitForSingleObject(thread_.Get(), milliseconds) == WAIT_OBJECT_0;
+    return !thread_ || WaitForSingleObject(thread_.Get(), milliseconds) != WAIT_TIMEOUT;
 }
 
 #else

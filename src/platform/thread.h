@@ -1,4 +1,4 @@
-/// The two kinds of threads that the library starts: those that nobody joins, and one that a stop waits for.
+/// Threads that nobody joins, and a thread that a stop waits for.
 #pragma once
 
 #include "platform/owned.h"
@@ -7,7 +7,7 @@
 #include <future>
 #endif
 
-/// A thread's body: gets the argument it was started with. Nothing may leave it; its result is not used.
+/// A thread's body: gets the argument it was started with. No exception may leave it; its result is ignored.
 using ThreadBody = unsigned(WINAPI*)(void* argument);
 
 /// Starts `body(argument)` on a thread that nobody joins. False when no thread can be started. If it was, the argument

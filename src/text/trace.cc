@@ -12,7 +12,7 @@ std::atomic<DWORD> TraceStream = STD_ERROR_HANDLE;
 
 void StartTrace() {
     const char* const asked = std::getenv("ORVANE_MCP_TRACE");
-    TraceLevel = asked == nullptr ? 0 : std::atoi(asked);
+    TraceLevel = asked != nullptr && *asked >= '1' && *asked <= '9' ? *asked - '0' : 0;
 }
 
 void StartTraceOn(DWORD standardStream) {

@@ -1,5 +1,5 @@
 /// The trace: what the bridge does, a line at a time on standard error, for whoever has to find out from a client's log
-/// why it doesn't work. Off unless asked for, and then it costs a look at one number. Any thread.
+/// why it doesn't work. Off unless asked for; when off, it costs one comparison. Any thread.
 #pragma once
 
 #include "text/wide.h"
@@ -27,7 +27,7 @@ std::string PrintableBytes(std::string_view bytes);
 /// The contents as the end of a line; empty below level 2.
 std::string TracePart(TraceContents contents);
 
-/// Writes the line in one write, with the time and this process's id. A failure is nobody's concern.
+/// Writes the line in one write, with the time and this process's id. Failures are ignored.
 void WriteTraceLine(std::string_view text);
 
 inline std::string_view TracePart(std::string_view text) {
@@ -49,6 +49,6 @@ void Trace(const Parts&... parts) noexcept {
         (line.append(TracePart(parts)), ...);
         WriteTraceLine(line);
     } catch (const std::exception&) {
-        // What is traced goes on without it.
+        // Drop the line.
     }
 }
