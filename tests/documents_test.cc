@@ -39,3 +39,16 @@ TEST(Documents, DescribeEachToolOfTheCatalogue) {
         EXPECT_TRUE(argument == "items" || document.find(argument + "` |") != document.npos) << argument;
     }
 }
+
+TEST(Documents, TellAHostTheWordsThatAgentsAreToldToExpect) {
+    const std::string guide = Document("host-integration.md");
+    const std::string commands = guide.substr(guide.find("## The commands"));
+    const std::string promises =
+        "ORVANE_[A-Z_]+|DIAGNOSTIC_NOTES status=match|STOP NOW|\\b(?:stop|selected|no_followup_tools)=true|"
+        "\\b(?:selected_refdes|selected_info|opened_path|image_path|json_path|attached_pdf_path)\\b";
+    for (const std::string_view text : {ToolListResultText, InitializeResultText}) {
+        for (const std::string& word : All(std::string(text), promises)) {
+            EXPECT_NE(commands.find(word), commands.npos) << word;
+        }
+    }
+}
