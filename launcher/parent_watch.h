@@ -1,4 +1,4 @@
-/// The launcher goes with its client, even while a viewer that hangs holds the bridge in a call.
+/// The launcher ends with its client, even while a viewer that hangs holds the bridge in a call.
 #pragma once
 
 /// Starts a thread that ends this process with 0 once its client is certainly gone: the process that started it has

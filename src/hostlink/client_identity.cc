@@ -10,7 +10,7 @@
 
 namespace {
 
-/// The image name of this process's parent; empty when the parent has gone or the table can't be had.
+/// The image name of this process's parent; empty when the parent is gone or the table can't be read.
 WideString ParentImageName() {
     const OwnedHandle snapshot = TakeProcessSnapshot();
     if (!snapshot) return {};

@@ -1,6 +1,6 @@
-/// The bridge's one connection to a viewer's control pipe: opened when it is needed, kept up by a background watcher,
-/// closed when it breaks. Two threads come here, the bridge's own and the watcher; one mutex guards the
-/// connection and every byte on it, and it is held for a whole exchange or a whole attempt to connect.
+/// The bridge's one connection to a viewer's control pipe: opened when needed, kept up by a background watcher, closed
+/// when it breaks. Two threads use it, the bridge's own and the watcher. One mutex guards the connection and every byte
+/// on it, and is held for a whole exchange or a whole attempt to connect.
 #pragma once
 
 #include "platform/platform.h"
@@ -12,8 +12,8 @@
 /// How long the bridge's own thread looks for a viewer each time, in milliseconds.
 inline constexpr DWORD MainThreadConnectTimeOut = 2000;
 
-/// True when the bridge is connected on return, after a search of `timeoutMs` at most if it was not. A connection
-/// that is open but dead counts as connected: nothing is sent to find out.
+/// True when the bridge is connected on return, after one attempt (see ConnectControlPipe) if it wasn't before. A
+/// connection that is open but dead counts as connected: nothing is sent to find out.
 bool EnsureControlConnection(DWORD timeoutMs);
 
 /// One attempt to find a viewer, open its pipe and say HELLO. `timeoutMs` bounds the search; 0 makes no attempt. The

@@ -1,6 +1,6 @@
-/// Which control pipes are worth trying, and in which order: first the one that a viewer has announced in the
-/// registry, then one for each live viewer in the bridge's own directory. Nothing here touches a pipe, keeps state
-/// between calls or reports an error: what goes wrong makes the list shorter. Any thread.
+/// Which control pipes are worth trying, and in which order: first the one announced in the registry, then one for each
+/// live viewer in the bridge's own directory. Nothing here touches a pipe or keeps state between calls. Errors aren't
+/// reported: they make the list shorter. Any thread.
 #pragma once
 
 #include "text/wide.h"
@@ -18,7 +18,7 @@ bool IsControlServerAnnounced();
 /// of more than 1024 bytes.
 WideString ReadRegistryString(HKEY root, LPCWSTR subKey, LPCWSTR valueName);
 
-/// True when some process with this id runs; which program it is is not asked.
+/// True when a process with this id is running, whatever program it is.
 bool IsProcessAlive(DWORD processId);
 
 /// The full path of a process's image; empty on any failure.

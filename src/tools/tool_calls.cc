@@ -120,7 +120,7 @@ void UpdateComponent(const ToolCall& call) {
     Send(call, line);
 }
 
-/// The updates as the client wrote them, or from the string that stands in for them; empty when it gave neither.
+/// The updates as the client wrote them, or from the string that stands in for them; empty when the call has neither.
 std::string UpdatesArgument(const ToolCall& call) {
     if (const auto updates = FindJsonRawValue(call.Message, "updates")) return std::string(*updates);
     return call.Text("updates_json");
