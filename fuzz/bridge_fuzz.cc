@@ -12,9 +12,6 @@
 #include <cstdint>
 #include <vector>
 
-// ---- A connection that records
-// ---------------------------------------------------------------------------------------
-
 namespace {
 
 /// The tabs in the line of a positional verb with more than one field.
@@ -66,8 +63,6 @@ std::optional<std::string> SendControlLine(std::string_view line) {
     }
 }
 
-// ---- What is expected -----------------------------------------------------------------------------------------------
-
 namespace {
 
 struct InputMessage {
@@ -102,15 +97,9 @@ std::vector<InputMessage> SplitInput(std::string_view input) {
     return messages;
 }
 
-bool HasMethod(const std::string& body, const std::string& name) {
-    return body.find("\"method\":\"" + name + "\"") != std::string::npos ||
-           body.find("\"method\": \"" + name + "\"") != std::string::npos;
-}
-
 bool WantsReply(const std::string& body) {
-    if (HasMethod(body, "initialize")) return true;
-    if (HasMethod(body, "notifications/initialized")) return false;
-    return HasMethod(body, "tools/list") || HasMethod(body, "tools/call") || ExtractMessageId(body);
+    const Method method = FindMethod(body);
+    return method != Method::Initialized && (method != Method::Other || ExtractMessageId(body));
 }
 
 }  // namespace
