@@ -40,18 +40,6 @@ TEST(SkipJsonValue, RefusesACutOffOrTooDeepValueAndStaysInsideTheMessage) {
     }
 }
 
-TEST(ExtractMessageId, ReturnsTheIdAsWritten) {
-    constexpr std::string_view rows[][2] = {
-        {R"({"arguments":{"net":"id","x":5},"id":9})", "5"},
-        {"{\n \"id\" :\t\n1.5]\n}", "\n1.5]\n"},
-        {R"({"id":"a, }\"b\\"})", R"("a, }\"b\\")"},
-    };
-    for (const auto& [message, id] : rows) EXPECT_EQ(ExtractMessageId(message), id) << message;
-    for (const auto message : {R"({"ID":7})", R"({"id":,"x":1})", R"({"id":"a\")", R"({"id": )"}) {
-        EXPECT_EQ(ExtractMessageId(message), std::nullopt) << message;
-    }
-}
-
 TEST(FindMethod, KnowsTwoSpellingsAnywhereAndAnOrder) {
     const std::pair<std::string, Method> rows[] = {
         {R"({"x":{"method":"tools/call"},"method":"c"})", Method::ToolsCall},
