@@ -44,7 +44,7 @@ async function startViewer() {
 
 async function connect() {
   const client = new Client({ name: "orvane-client-tests", version: "1.0.0" });
-  await client.connect(new StdioClientTransport({ ...commandLine("orvane_mcp.exe"), env: { ...process.env }, cwd: work }));
+  await client.connect(new StdioClientTransport({ ...commandLine("orvane_mcp.exe"), env: process.env, cwd: work }));
   return client;
 }
 
