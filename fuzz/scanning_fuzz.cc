@@ -82,22 +82,15 @@ std::string PlainId(const std::string& m) {
 
 void CheckKey(const std::string& m, const std::string& key) {
     const Position value = ValueOf(m, key);
-
     std::string text;
     const bool isString = value && m[*value] == '"' && AfterString(m, *value, text);
     Require(FindJsonString(m, key) == (isString ? std::optional(text) : std::nullopt), "FindJsonString finds the text");
-
     Require(FindJsonInt(m, key) == (value ? IntAt(m, *value) : std::nullopt), "FindJsonInt finds the number");
-
-    std::optional<bool> flag;
-    if (value && m.compare(*value, 4, "true") == 0) flag = true;
-    if (value && m.compare(*value, 5, "false") == 0) flag = false;
-    Require(FindJsonBool(m, key) == flag, "FindJsonBool finds the flag");
-
-    std::optional<std::string_view> raw;
+    const bool yes = value && m.compare(*value, 4, "true") == 0, no = value && m.compare(*value, 5, "false") == 0;
+    Require(FindJsonBool(m, key) == (yes || no ? std::optional(yes) : std::nullopt), "FindJsonBool finds the flag");
     const Position end = value ? AfterValue(m, *value, 0) : Position();
-    if (end) raw = std::string_view(m).substr(*value, *end - *value);
-    Require(FindJsonRawValue(m, key) == raw, "FindJsonRawValue finds the source text");
+    const std::string raw = end ? m.substr(*value, *end - *value) : "";
+    Require(FindJsonRawValue(m, key).value_or("") == raw, "FindJsonRawValue finds the source text");
 }
 
 }  // namespace

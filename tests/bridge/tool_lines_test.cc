@@ -89,10 +89,9 @@ TEST(HandleToolCall, FailsWithoutALineWhenAnArgumentIsMissing) {
         }
     };
     const std::pair<std::string, std::string> texts[] = {
-        {"find_components", "query"},   {"search_files", "query"}, {"get_diagnostic_hints", "query"},
-        {"update_component", "refdes"}, {"get_net_info", "net"},   {"get_component_info", "refdes"},
-        {"select_component", "refdes"}, {"select_net", "net"},     {"search_indexed_content", "query"},
-        {"export_orv", "path"},         {"update_net", "net"},
+        {"find_components", "query"}, {"search_files", "query"},        {"get_diagnostic_hints", "query"},
+        {"get_net_info", "net"},      {"get_component_info", "refdes"}, {"search_indexed_content", "query"},
+        {"update_net", "net"},        {"select_component", "refdes"},   {"export_orv", "path"},
     };
     for (const auto& [tool, name] : texts) fails(tool, "a non-empty " + name + " argument.", {'"' + name + R"(":"")"});
     fails("select_pin", "non-empty refdes and pin arguments.", {R"("pin":"1")", R"("refdes":"U1")"});

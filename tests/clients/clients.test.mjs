@@ -48,12 +48,6 @@ async function connect() {
   return client;
 }
 
-function onlyText(result) {
-  assert.equal(result.content.length, 1);
-  assert.equal(result.content[0].type, "text");
-  return result.content[0].text;
-}
-
 describe("a viewer is running", { timeout }, () => {
   let client, stopViewer;
   before(async () => {
@@ -76,7 +70,8 @@ describe("a viewer is running", { timeout }, () => {
 
   test("an unknown method is a protocol error, and the session goes on", async () => {
     await assert.rejects(client.listPrompts(), (error) => error.code === -32601 || /prompts/.test(error.message));
-    assert.match(onlyText(await client.callTool({ name: "get_board_state", arguments: {} })), /board/);
+    const { content } = await client.callTool({ name: "get_board_state", arguments: {} });
+    assert.match(content[0].text, /board/);
   });
 
   test("the Inspector's command line lists the tools and calls one", async () => {
@@ -92,14 +87,4 @@ describe("a viewer is running", { timeout }, () => {
     assert.equal(selected.isError, false);
     assert.match(selected.content[0].text, /^ORVANE_FINAL/);
   });
-});
-
-test("with no viewer, lists and samples answer and a call says what is missing", { timeout }, async (t) => {
-  const client = await connect();
-  t.after(() => client.close());
-  assert.equal((await client.listTools()).tools.length, toolCount);
-  assert.match(onlyText(await client.callTool({ name: "list_commands", arguments: {} })), /^Sample Orvane usage/);
-  const call = await client.callTool({ name: "get_board_state", arguments: {} });
-  assert.ok(call.isError);
-  assert.equal(onlyText(call), "Failed to send command to Orvane.");
 });
