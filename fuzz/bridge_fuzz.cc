@@ -10,10 +10,7 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <vector>
-
-// ---- A connection that records
-// ---------------------------------------------------------------------------------------
+#include <utility>
 
 namespace {
 
@@ -66,75 +63,28 @@ std::optional<std::string> SendControlLine(std::string_view line) {
     }
 }
 
-// ---- What is expected -----------------------------------------------------------------------------------------------
-
-namespace {
-
-struct InputMessage {
-    bool Framed;
-    std::string Body;
-};
-
-/// Splits the input by the framing's rules, slowly.
-std::vector<InputMessage> SplitInput(std::string_view input) {
-    std::vector<InputMessage> messages;
-    const auto takeLine = [&input](std::string& line) {
-        if (input.empty()) return false;
-        const std::size_t end = std::min(input.find('\n'), input.size() - 1) + 1;
-        line = input.substr(0, end);
-        input.remove_prefix(end);
-        while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) line.pop_back();
-        return true;
-    };
-    for (std::string line; takeLine(line);) {
-        if (line.empty()) continue;
-        const std::optional<std::size_t> length = ParseContentLength(line);
-        if (!length) {
-            messages.push_back({false, line});
-            continue;
-        }
-        while (takeLine(line) && !line.empty()) {
-        }
-        if (input.size() < *length) break;
-        messages.push_back({true, std::string(input.substr(0, *length))});
-        input.remove_prefix(*length);
-    }
-    return messages;
+static bool WantsReply(const std::string& body) {
+    const Method method = FindMethod(body);
+    return method != Method::Initialized && (method != Method::Other || ExtractMessageId(body));
 }
-
-bool HasMethod(const std::string& body, const std::string& name) {
-    return body.find("\"method\":\"" + name + "\"") != std::string::npos ||
-           body.find("\"method\": \"" + name + "\"") != std::string::npos;
-}
-
-bool WantsReply(const std::string& body) {
-    if (HasMethod(body, "initialize")) return true;
-    if (HasMethod(body, "notifications/initialized")) return false;
-    return HasMethod(body, "tools/list") || HasMethod(body, "tools/call") || ExtractMessageId(body);
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;
     std::string input(reinterpret_cast<const char*>(data), size);
-    std::FILE* const console = stdin;
-    stdin = fmemopen(input.data(), input.size(), "rb");
+    std::FILE* const console = std::exchange(stdin, fmemopen(input.data(), input.size(), "rb"));
     CaughtOutput caught;
     RunMessageLoop();
-    std::fclose(stdin);
-    stdin = console;
-
+    std::rewind(stdin);
     std::string_view output = caught.Text();
-    for (const InputMessage& message : SplitInput(input)) {
-        if (!WantsReply(message.Body)) continue;
-        OutputMessage reply{};
-        Require(TakeOutputMessage(output, reply), "every message that wants a reply gets one");
-        Require(reply.Framed == message.Framed, "a reply has its message's framing");
-        const std::string idText(ExtractMessageId(message.Body).value_or("null"));
-        Require(reply.Body.starts_with("{\"jsonrpc\":\"2.0\",\"id\":" + idText + ","), "a reply carries the id");
-        Require(!IsJson(idText) || !IsUtf8(reply.Body) || IsJson(reply.Body), "a reply is valid JSON");
+    while (const std::optional<std::string> message = ReadMcpMessage()) {
+        if (!WantsReply(*message)) continue;
+        const auto reply = TakeOutputMessage(output);
+        Require(reply.has_value(), "every message that wants a reply gets one");
+        const std::string idText(ExtractMessageId(*message).value_or("null"));
+        Require(reply->starts_with("{\"jsonrpc\":\"2.0\",\"id\":" + idText + ","), "a reply carries the id");
+        Require(!IsJson(idText) || !IsUtf8(*reply) || IsJson(*reply), "a reply is valid JSON");
     }
+    std::fclose(std::exchange(stdin, console));
     Require(output.empty(), "no message gets a second reply");
     return 0;
 }

@@ -16,22 +16,20 @@ bool IsJson(std::string_view text) {
     return own && nlohmann::json::accept(text);
 }
 
-bool TakeOutputMessage(std::string_view& output, OutputMessage& message) {
+std::optional<std::string_view> TakeOutputMessage(std::string_view& output) {
     constexpr std::string_view header = "Content-Length: ";
-    if (output.empty()) return false;
-    message.Framed = output.starts_with(header);
-    std::size_t length = 0;
-    if (message.Framed) {
+    if (output.empty()) return std::nullopt;
+    const bool framed = output.starts_with(header);
+    std::size_t length = output.find('\n');
+    Require(length != output.npos, "a bare message ends with a line feed");
+    if (framed) {
         const auto number = std::from_chars(output.data() + header.size(), output.data() + output.size(), length);
         output.remove_prefix(static_cast<std::size_t>(number.ptr - output.data()));
         Require(output.starts_with("\r\n\r\n"), "a header ends with an empty line");
         output.remove_prefix(4);
         Require(length > 0 && length <= output.size(), "a header tells the body's length");
-    } else {
-        length = output.find('\n');
-        Require(length != std::string_view::npos, "a bare message ends with a line feed");
     }
-    message.Body = output.substr(0, length);
-    output.remove_prefix(length + (message.Framed ? 0 : 1));
-    return true;
+    const std::string_view body = output.substr(0, length);
+    output.remove_prefix(length + !framed);
+    return body;
 }

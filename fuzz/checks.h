@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,14 +20,9 @@ bool IsUtf8(std::string_view bytes);
 /// True when `text` is exactly one JSON value in UTF-8, with blanks around it or not.
 bool IsJson(std::string_view text);
 
-struct OutputMessage {
-    bool Framed;
-    std::string_view Body;
-};
-
-/// Takes the next message off the output of a bridge; false when there is none left. Ends the fuzzer when its framing
-/// is broken.
-bool TakeOutputMessage(std::string_view& output, OutputMessage& message);
+/// Takes the next message off the output of a bridge and returns its body; nothing when there is none left. Ends the
+/// fuzzer when its framing is broken.
+std::optional<std::string_view> TakeOutputMessage(std::string_view& output);
 
 /// Standard output, caught in memory from here to Text().
 class CaughtOutput {

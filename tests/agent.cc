@@ -1,15 +1,11 @@
 #include "agent.h"
 
-#include <cstdio>
-
-#if defined(_WIN32)
 #include <fcntl.h>
-#include <io.h>
+#include <unistd.h>
+#if defined(_WIN32)
 #include <process.h>
 #else
-#include <fcntl.h>
 #include <spawn.h>
-#include <unistd.h>
 #endif
 
 namespace {

@@ -1,16 +1,15 @@
 /// What the documents say of commands and tools, held against the product's own tables.
 #include "mcp/catalogue.h"
 #include "protocol/verbs.h"
+#include "tools/tool_calls.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
-#include <sstream>
 
 static std::string Document(const char* name) {
-    std::ostringstream text;
-    text << std::ifstream(std::string(ORVANE_DOCS) + name, std::ios::binary).rdbuf();
-    return text.str();
+    std::ifstream file(std::string(ORVANE_DOCS) + name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /// What matches the pattern's one group, or the whole of a pattern without a group.
@@ -33,6 +32,8 @@ TEST(Documents, TellAHostTheIdOfEachVerb) {
 TEST(Documents, DescribeEachToolOfTheCatalogue) {
     const std::string document = Document("tools.md"), catalogue(ToolListResultText);
     const std::vector<std::string> tools = All(catalogue, "\\{\"name\":\"([a-z_]+)\"");
+    const std::vector<std::string_view> names = ToolNames();
+    EXPECT_EQ(std::vector<std::string>(names.begin(), names.end()), tools) << "of the bridge";
     EXPECT_EQ(All(document, "\n### ([a-z_]+)"), tools);
     EXPECT_EQ(All(document, "\n\\| \\[`([a-z_]+)`\\]"), tools);
     for (const std::string& argument : All(catalogue, "\"([a-z_]+)\":\\{\"type\"")) {

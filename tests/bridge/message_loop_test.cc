@@ -17,9 +17,9 @@ static std::string Reply(std::initializer_list<std::string> bodies, std::size_t 
 }
 
 TEST(RunMessageLoop, ConnectsAfterTheRepliesOfTheHandshakeAreWritten) {
-    const std::pair<std::string, std::string_view> rows[] = {{"initialize", InitializeResultText},
-                                                             {"tools/list", ToolListResultText}};
-    for (const auto& [method, tail] : rows) {
+    using Row = std::pair<std::string, std::string_view>;
+    for (const auto& [method, tail] :
+         {Row("initialize", InitializeResultText), Row("tools/list", ToolListResultText)}) {
         const std::string reply = Reply({R"({"id":1,"method":")" + method + "\"}"});
         EXPECT_EQ(reply, R"({"jsonrpc":"2.0","id":1)" + std::string(tail)) << method;
         EXPECT_EQ(Link.Calls, std::vector<std::string>{"2000"}) << method;

@@ -9,7 +9,6 @@ TEST(RenderControlReply, WritesOneResult) {
     };
     const std::string rows[][3] = {
         // The prefix decides what becomes of the text, which is unescaped once and escaped once.
-        {"OK", "OK", good},
         {"ok\ta\\nb", R"(ok\ta\\nb)", good},
         {"ERR\tORVANE_MCP_IMAGE mime_type=a data=b\\n\\\\n", R"(ORVANE_MCP_IMAGE mime_type=a data=b\n\\n)", bad},
         {"OK\ta\\\\nb\\rc\td\\te\\n\\", R"(a\\nb\rc\td\\te\n\\)", good},
@@ -23,11 +22,9 @@ TEST(RenderControlReply, WritesOneResult) {
         // A malformed marker line is removed too, and a second one stays.
         {"OK\tx\\nORVANE_MCP_IMAGE mime_type=a\\n data=b\\n", R"(x\n data=b)", good},
         {"OK\tORVANE_MCP_IMAGE  data=b mime_type=a data=c\\ny", "y", good},
-        {"OK\tORVANE_MCP_IMAGE mime_type= data=b\\ny", "y", good},
         {"OK\tORVANE_MCP_IMAGE mime_type=a data=\\nORVANE_MCP_IMAGE x", "ORVANE_MCP_IMAGE x", good},
         // What only resembles a marker line stays, and so do line breaks at the end.
         {"OK\tx\\n ORVANE_MCP_IMAGE mime_type=a data=b\\n", R"(x\n ORVANE_MCP_IMAGE mime_type=a data=b\n)", good},
-        {"OK\tORVANE_MCP_IMAGE\\nmime_type=a data=b", R"(ORVANE_MCP_IMAGE\nmime_type=a data=b)", good},
         {"x\\nORVANE_MCP_IMAGE mime_type=a data=b", R"(x\\nORVANE_MCP_IMAGE mime_type=a data=b)", good},
     };
     for (const auto& [reply, text, tail] : rows) {

@@ -19,6 +19,7 @@ const programs = resolve(process.env.ORVANE_PROGRAMS);
 const runner = process.env.ORVANE_RUNNER ? [process.env.ORVANE_RUNNER] : [];
 const demo = resolve(import.meta.dirname ?? dirname(new URL(import.meta.url).pathname), "../../demo");
 const timeout = 180000; // milliseconds, against a hang alone
+const toolCount = 19; // demo/session.py calls each of them
 const work = mkdtempSync(join(tmpdir(), "orvane-clients-"));
 
 function commandLine(program, ...args) {
@@ -26,125 +27,64 @@ function commandLine(program, ...args) {
   return { command, args: rest };
 }
 
-/** What is still to be closed, whatever fails: a child process left over would keep this one alive. */
-const open = [];
-
-async function closeAll() {
-  await Promise.allSettled(open.splice(0).map((close) => close()));
-}
-
-/** Starts the demo viewer on a copy of its board and waits until it serves. */
+/** Starts the demo viewer on a copy of its board and waits until it serves. Gives what ends it. */
 async function startViewer() {
   for (const file of ["demo_board.orv", "demo_schematic.sch", "diagnostic_hints.yaml"]) {
     copyFileSync(join(demo, file), join(work, file));
   }
   const { command, args } = commandLine("Orvane.exe", "demo_board.orv");
-  const viewer = spawn(command, args, { cwd: work, stdio: ["ignore", "pipe", "inherit"] });
+  const viewer = spawn(command, args, { cwd: work, stdio: ["ignore", "pipe", "inherit"], timeout });
   const ended = once(viewer, "exit");
-  open.push(async () => {
-    viewer.kill("SIGKILL");
-    await ended;
-  });
   const lines = createInterface({ input: viewer.stdout });
   const [line] = await Promise.race([once(lines, "line"), ended]);
-  assert.match(String(line), /^serving /);
   lines.on("line", () => {});
+  assert.match(String(line), /^serving /);
+  return () => viewer.kill("SIGKILL") && ended;
 }
 
 async function connect() {
   const client = new Client({ name: "orvane-client-tests", version: "1.0.0" });
-  const transport = new StdioClientTransport({ ...commandLine("orvane_mcp.exe"), env: { ...process.env }, cwd: work });
-  open.push(() => client.close());
-  await client.connect(transport);
-  return { client, transport };
-}
-
-/** Closes the client and sees the launcher's process end. */
-async function close({ client, transport }) {
-  const child = transport._process;
-  const ended = once(child, "exit");
-  await client.close();
-  const [code, signal] = await ended;
-  assert.equal(signal, null, "the launcher ends by itself when its input ends");
-  assert.equal(code, 0);
-}
-
-const samples = {
-  list_commands: {}, get_board_state: {},
-  select_component: { refdes: "PU2" }, select_pin: { refdes: "PU2", pin: "1" }, select_net: { net: "+VIN" },
-  find_components: { query: "charger" }, get_component_info: { refdes: "PU2" }, get_net_info: { net: "+VIN" },
-  update_component: { refdes: "PU2", note: "checked \"twice\"\tµ" },
-  bulk_update_components: { updates: [{ refdes: "PU2", value: "charger" }], dry_run: true },
-  update_net: { net: "+VIN", description: "input rail" }, export_orv: { path: "exported.orv" },
-  list_components: { limit: 3, include_nets: false }, get_diagnostic_hints: { query: "no backlight" },
-  search_indexed_content: { query: "PU2", file_type: "boardview" },
-  get_pdf_page_context: { page: 1, query: "PU2" }, extract_pdfium_text: { page_start: 1, page_end: 1 },
-  render_pdf_page_image: { page: 1, image_mode: "page" }, search_files: { query: "demo_board" },
-};
-
-function onlyText(result) {
-  assert.equal(result.content.length, 1);
-  assert.equal(result.content[0].type, "text");
-  return result.content[0].text;
+  await client.connect(new StdioClientTransport({ ...commandLine("orvane_mcp.exe"), env: process.env, cwd: work }));
+  return client;
 }
 
 describe("a viewer is running", { timeout }, () => {
-  let session;
+  let client, stopViewer;
   before(async () => {
-    await startViewer();
-    session = await connect();
+    stopViewer = await startViewer();
+    client = await connect();
   });
-  after(closeAll);
+  // A child process left over would keep this one alive.
+  after(() => Promise.allSettled([client?.close(), stopViewer?.()]));
 
-  test("every tool is listed, and its sample call is valid under its schema", async () => {
-    const { tools } = await session.client.listTools();
-    assert.deepEqual(tools.map((tool) => tool.name), Object.keys(samples));
-    const ajv = new Ajv({ strict: true, strictTypes: false });
-    for (const tool of tools) {
-      const validate = ajv.compile(tool.inputSchema);
-      assert.ok(validate(samples[tool.name]), `${tool.name}: ${ajv.errorsText(validate.errors)}`);
-      assert.ok(!validate({ ...samples[tool.name], made_up: 1 }), `${tool.name} allows what it does not know`);
+  test("every tool is listed with a strict schema", async () => {
+    const { tools } = await client.listTools();
+    assert.equal(tools.length, toolCount);
+    const ajv = new Ajv({ strict: true, strictTypes: false, allErrors: true });
+    for (const { name, inputSchema } of tools) {
+      const validate = ajv.compile(inputSchema);
+      validate({ made_up: 1 });
+      assert.match(ajv.errorsText(validate.errors), /must NOT have additional properties/, name);
     }
   });
 
-  for (const name of Object.keys(samples)) {
-    test(`${name} answers`, async () => {
-      const result = await session.client.callTool({ name, arguments: samples[name] });
-      assert.equal(result.isError, false, JSON.stringify(result));
-      assert.ok(result.content[0].text.length > 0);
-    });
-  }
-
   test("an unknown method is a protocol error, and the session goes on", async () => {
-    await assert.rejects(session.client.listPrompts(), (error) => error.code === -32601 || /prompts/.test(error.message));
-    assert.match(onlyText(await session.client.callTool({ name: "get_board_state", arguments: {} })), /board/);
+    await assert.rejects(client.listPrompts(), (error) => error.code === -32601 || /prompts/.test(error.message));
+    const { content } = await client.callTool({ name: "get_board_state", arguments: {} });
+    assert.match(content[0].text, /board/);
   });
 
   test("the Inspector's command line lists the tools and calls one", async () => {
     const cli = createRequire(import.meta.url).resolve("@modelcontextprotocol/inspector/cli/build/cli.js");
     const { command, args } = commandLine("orvane_mcp.exe");
     const inspect = async (...more) => {
-      const { stdout } = await promisify(execFile)(process.execPath, [cli, "--cli", command, ...args, ...more], {
-        cwd: work,
-        timeout: 60000,
-      });
+      const words = [cli, "--cli", command, ...args, ...more];
+      const { stdout } = await promisify(execFile)(process.execPath, words, { cwd: work, timeout: 60000 });
       return JSON.parse(stdout);
     };
-    assert.equal((await inspect("--method", "tools/list")).tools.length, Object.keys(samples).length);
+    assert.equal((await inspect("--method", "tools/list")).tools.length, toolCount);
     const selected = await inspect("--method", "tools/call", "--tool-name", "select_component", "--tool-arg", "refdes=PU2");
     assert.equal(selected.isError, false);
     assert.match(selected.content[0].text, /^ORVANE_FINAL/);
   });
-});
-
-test("with no viewer, lists and samples answer and a call says what is missing", { timeout }, async (t) => {
-  t.after(closeAll);
-  const session = await connect();
-  assert.equal((await session.client.listTools()).tools.length, Object.keys(samples).length);
-  const list = await session.client.callTool({ name: "list_commands", arguments: {} });
-  assert.match(onlyText(list), /^Sample Orvane usage/);
-  const call = await session.client.callTool({ name: "get_board_state", arguments: {} });
-  assert.equal(call.isError, true);
-  assert.equal(onlyText(call), "Failed to send command to Orvane.");
-  await close(session);
 });
