@@ -13,11 +13,12 @@ EXPORTS = {"OrvaneMcp_" + name for name in (
     "RunStdioBridge", "StartControlServer", "StopControlServer", "GetApiVersion", "GetPipeName", "GetServerPath",
     "GetLastError", "GetClientCount", "GetClientInfo", "DisconnectClients")}
 SYSTEM = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "user32.dll"}
-failures = []
+failed = False
 
 
 def check(holds, what):
-    failures.extend([] if holds else [what])
+    global failed
+    failed = failed or not holds
     print(("ok      " if holds else "FAILED  ") + what)
 
 
@@ -26,9 +27,9 @@ def run(*words, **options):
 
 
 def check_file(file, imports, exports, version, function):
-    """`function` must be found in the symbols."""
+    """`function` must be found in the symbols, with its source file."""
     name = file.name
-    dump = run("llvm-readobj", "--file-headers", "--coff-imports", "--coff-exports",
+    dump = run("llvm-readobj", "--file-headers", "--sections", "--coff-imports", "--coff-exports",
                "--coff-debug-directory", file)
     found = {word.lower() for word in re.findall(r"^Import {\n  Name: (\S+)", dump, re.M)}
     check(found and found <= imports, f"{name} imports from {', '.join(sorted(found))}")
@@ -36,44 +37,59 @@ def check_file(file, imports, exports, version, function):
           f"{name} exports {len(exports)} functions")
     for flag in ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"):
         check(f"IMAGE_DLL_CHARACTERISTICS_{flag} " in dump, f"{name}: {flag}")
-    check(version.encode("utf-16-le") in file.read_bytes(), f"{name} tells its version")
+    check("TimeDateStamp: 1970-01-01 00:00:00" in dump, f"{name} holds no time")
+    sections = re.findall(r"^  Section {\n.*?^  }$", dump, re.M | re.S)
+    check(sections and not any("MEM_EXECUTE" in one and "MEM_WRITE" in one for one in sections),
+          f"{name}: no section is writable and executable")
+    check(".debug_" not in dump, f"{name} is stripped")
+    content = file.read_bytes()
+    check(len(content) < 1 << 20, f"{name}: {len(content)} bytes")
+    for word in ("VS_VERSION_INFO", version, "Orvane MCP"):
+        check(word.encode("utf-16-le") in content, f"{name} tells {word!r} of itself")
 
     symbols = file.parent.parent / "symbols" / f"{name}.pdb"
     about = run("llvm-pdbutil", "dump", "--summary", "--symbols", symbols)
     signature, age = (re.search(rf"PDB{what}: \(?([^)\n]+)", dump).group(1) for what in ("GUID", "Age"))
     digits = re.search(r"GUID: {(.+)}", about).group(1).split("-")
-    held = b"".join(bytes.fromhex(number)[::-1] for number in digits[:3]) + bytes.fromhex("".join(digits[3:]))
-    check(bytes.fromhex(signature) == held and f"Age: {age}\n" in about, f"{symbols.name} belongs to {name}")
+    held = [byte for number in digits[:3] for byte in reversed(bytes.fromhex(number))] + list(bytes.fromhex(
+        "".join(digits[3:])))
+    check(list(bytes.fromhex(signature)) == held and f"Age: {age}\n" in about, f"{symbols.name} belongs to {name}")
     check(f"PDBFileName: {symbols.name}\n" in dump, f"{name} names {symbols.name} without a folder")
     check(f"`{function}`" in about, f"{symbols.name} knows {function}")
     lines = run("llvm-pdbutil", "dump", "--l", symbols)
     check(re.search(r"^(src|launcher)\\\S+\.cc \(MD5: .*\n.*line/addr", lines, re.M), f"{symbols.name} knows source lines")
 
 
+def anchors(text):
+    """What a link may name in a document: its headings, as they are turned into links."""
+    headings = re.findall(r"^#+ (.+)$", re.sub(r"^```.*?^```$", "", text, flags=re.M | re.S), re.M)
+    return {re.sub(r"[^\w\- ]", "", heading).lower().replace(" ", "-") for heading in headings}
+
+
 def check_links(package):
-    """That they lead to a file inside the package, and to a heading of it, as headings are turned into links."""
+    package = package.resolve()
     for document in sorted(package.rglob("*.md")):
         for link in re.findall(r"\]\(([^)\s]+)\)", document.read_text("utf-8")):
             path, _, heading = link.partition("#")
             target = (document.parent / path).resolve() if path else document
             leads = target.is_relative_to(package) and target.exists()
-            if leads and heading:
-                text = re.sub(r"^```.*?^```$", "", target.read_text("utf-8"), flags=re.M | re.S)
-                leads = heading in {re.sub(r"[^\w\- ]", "", one).lower().replace(" ", "-")
-                                    for one in re.findall(r"^#+ (.+)$", text, re.M)}
+            leads = leads and (not heading or heading in anchors(target.read_text("utf-8")))
             check(leads or re.match("[a-z]+:", link), f"{document.relative_to(package)} links to {link}")
 
 
 def check_content(package, bundle):
-    names, readme = {path.name for path in package.iterdir()}, (package / "README").read_text("utf-8")
-    check(all(name in readme for name in names - {"README"}), "README tells what is in " + ", ".join(sorted(names)))
+    names = {path.name for path in package.iterdir()}
+    readme = (package / "README").read_text("utf-8")
+    check(names == {"README", "NOTICE", "CHANGELOG.md", "SECURITY.md",
+                    "bin", "symbols", "lib", "include", "docs", "examples"}, "it holds " + ", ".join(sorted(names)))
+    check(all(name in readme for name in names - {"README"}), "README tells what each of them is")
     # Symbols name the folders where Debian has its compiler and its headers.
     checkout = str(pathlib.Path(__file__).resolve().parents[2])
     for path in (one for top in (package, bundle) for one in sorted(top.rglob("*")) if one.is_file()):
         folders = [checkout, "/home/", "/root/", "/tmp/"] + ([] if path.suffix == ".pdb" else ["/usr/lib", "/usr/x86"])
         told = [folder for folder in folders if folder.encode() in path.read_bytes()]
         check(not told, f"{path.name} names no folder of the build {told or ''}".rstrip())
-    check_links(package.resolve())
+    check_links(package)
 
 
 def check_host(package, folder):
@@ -99,7 +115,7 @@ def main():
         check_content(package, pathlib.Path(rest))
     else:
         check_host(package, pathlib.Path(rest))
-    return bool(failures)
+    return failed
 
 
 if __name__ == "__main__":
