@@ -121,8 +121,7 @@ int RunRestartingHost(int rounds) {
         ++atLimit;
         std::cout << "stop " << i << " ran into its limit: " << SessionsByStage() << std::endl;
     }
-    if (rounds > 0)
-        std::cout << rounds << " starts and stops, the longest stop " << longest << " ms\ndone" << std::endl;
+    std::cout << rounds << " starts and stops, the longest stop " << longest << " ms\ndone" << std::endl;
     std::cin.get();
     Sleep(1000);
     const int left = ServerState().ActiveSessions;
@@ -137,8 +136,8 @@ void StartsAndStops(const WideString& self, int rounds) {
     const WideString pipe = ControlPipeName(host.Id);
     std::atomic<bool> done = false;
     Crew crew;
-    // Each opens the pipe and leaves after as many lines: 0 at once, 1 when greeted, 2 at the server's stop. The first
-    // sort keeps the processors busy.
+    // Each opens the pipe and leaves after as many lines: 0 at once, 1 when greeted, 2 at the server's stop. Those
+    // of the first kind keep the processors busy.
     for (const int lines : {1, 1, 0, 0, 0, 2}) {
         crew.push_back(std::async(std::launch::async, [&, lines] {
             while (!done) {
