@@ -1,7 +1,8 @@
 #include "agent.h"
-#include "guest_host.h"
 
 #include <gmock/gmock.h>
+
+int RunGuestHost(const std::string& mode);
 
 int main(int argc, char** argv) {
     if (argc > 2 && argv[1] == std::string("--host")) return RunGuestHost(argv[2]);

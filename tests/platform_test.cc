@@ -1,13 +1,9 @@
 /// What the project relies on the system to do, in both lanes.
 
-#include "child_process.h"
-#include "platform/module.h"
 #include "protocol/control_protocol.h"
+#include "raw_client.h"
 
-#include <future>
 #include <gtest/gtest.h>
-
-namespace {
 
 TEST(Pipe, KeepsTheBytesOfAClientThatHasGoneAndThenSaysSo) {
     const WideString name = ControlPipeName(GetCurrentProcessId()) + TEXT("_test");
@@ -26,29 +22,3 @@ TEST(Pipe, KeepsTheBytesOfAClientThatHasGoneAndThenSaysSo) {
     EXPECT_FALSE(WriteBytes(server.Get(), "x"));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_DATA});
 }
-
-TEST(Processes, AreListedWithTheirParentUntilTheyEnd) {
-    ChildProcess child(ModulePath(nullptr), {"--host", "free"});
-    const auto entry = [&] { return FindProcessEntry(TakeProcessSnapshot(), child.Id); };
-    EXPECT_EQ(entry().th32ParentProcessID, GetCurrentProcessId());
-    EXPECT_TRUE(ModulePath(nullptr).ends_with(entry().szExeFile));
-    child.Kill();
-    EXPECT_EQ(entry().th32ProcessID, 0u);
-}
-
-TEST(JoinableThread, HasEndedOnceItsBodyHas) {
-    std::promise<void> finish;
-    JoinableThread thread;
-    EXPECT_TRUE(thread.EndsWithin(0)) << "none was started";
-    EXPECT_TRUE(thread.Start(
-        [](void* promise) -> unsigned {
-            static_cast<std::promise<void>*>(promise)->get_future().wait();
-            return 0;
-        },
-        &finish));
-    EXPECT_FALSE(thread.EndsWithin(1));
-    finish.set_value();
-    EXPECT_TRUE(thread.EndsWithin(60000));
-}
-
-}  // namespace

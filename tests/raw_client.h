@@ -107,10 +107,7 @@ struct RawClient {
     explicit RawClient(const std::string& name, const WideString& pipe = OwnPipe()) : RawClient(pipe) {
         Exchange("HELLO " + name);
     }
-    static WideString OwnPipe() {
-        WCHAR name[128];
-        return OrvaneMcp_GetPipeName(name, 128) != 0 ? name : WideString();
-    }
+    static WideString OwnPipe() { return ServerState().PipeName; }
     bool Send(std::string_view bytes) { return WriteBytes(Pipe->Get(), bytes); }
     std::string Read(std::string_view mark = "\n") { return Reader.Until(mark, Pipe->Get()); }
     std::string Exchange(const std::string& line) { return Send(line + "\n") ? Read() : "<end>"; }

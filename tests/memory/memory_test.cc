@@ -19,10 +19,6 @@ void Sleep(DWORD) {
     std::this_thread::yield();
 }
 
-DWORD GetModuleFileNameW(HMODULE, LPWSTR, DWORD) {
-    return 0;
-}
-
 namespace {
 
 constexpr std::size_t MiB = 1 << 20;
@@ -43,8 +39,6 @@ struct MemoryLeft {
     }
 };
 
-using ServerStart = ServerTest;
-
 struct MemoryShortage : ServerTest {
     HostWindow Host{[this](HostCommand& command) -> LRESULT {
         if (command.CommandId != HostCommandId_GetBoardState) return Echo(command);
@@ -62,15 +56,11 @@ struct MemoryShortage : ServerTest {
     static void ExpectService(RawClient& client) { EXPECT_EQ(client.Exchange("GET_NET\ta"), "OK\t7:a"); }
 };
 
-TEST_F(ServerStart, FailsWithoutAThreadOrADirectoryAndTakesBackWhatItDid) {
-    const auto expectFailure = [](WideView directory, const char* text) {
-        EXPECT_EQ(Start(nullptr, 0, directory), 0);
-        EXPECT_EQ(WideToUtf8(ServerState().LastErrorText), text);
-        EXPECT_FALSE(IsControlServerAnnounced() || ServerState().Running);
-    };
-    expectFailure(TEXT(""), "Failed to resolve Orvane directory.");
+TEST_F(ServerTest, AStartFailsWithoutAThreadAndTakesBackWhatItDid) {
     const MemoryLeft lessThanAStack(MiB);
-    expectFailure(TEXT("C:\\Orvane"), "Failed to start Orvane MCP control server thread.");
+    EXPECT_EQ(Start(), 0);
+    EXPECT_EQ(WideToUtf8(ServerState().LastErrorText), "Failed to start Orvane MCP control server thread.");
+    EXPECT_FALSE(IsControlServerAnnounced() || ServerState().Running);
 }
 
 // The first with clients: later ones leave stacks behind that a thread can have without new memory.
@@ -96,7 +86,6 @@ TEST_F(MemoryShortage, EndsTheConnectionOfAClientWhoseLineNeverEndsAndNoOther) {
     EXPECT_TRUE(sent > 8 * MiB && sent < 64 * MiB) << sent;
     EXPECT_EQ(endless.Read(), "<end>");
     EXPECT_TRUE(SessionsBecome(1));
-    EXPECT_THAT(ClientNames(), testing::ElementsAre("patient"));
 }
 
 TEST_F(MemoryShortage, FreesAHostsReplyThatCannotBeConvertedAndEndsNoOtherConnection) {
