@@ -62,7 +62,7 @@ function(orvane_release)
   install(FILES "${ORVANE_OUT}/orvane_mcp.dll.pdb" "${ORVANE_OUT}/orvane_mcp.exe.pdb" DESTINATION symbols)
   install(FILES ${definitions} "${import_library}" "${CMAKE_BINARY_DIR}/linked/liborvane_mcp.dll.a" DESTINATION lib)
   install(FILES src/api/exports.h DESTINATION include/orvane_mcp)
-  install(DIRECTORY docs DESTINATION . FILES_MATCHING PATTERN "*.md" PATTERN "*.png")
+  install(DIRECTORY docs DESTINATION . FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
   install(DIRECTORY examples DESTINATION .)
 
   # out/package/NAME is the package unpacked, out/NAME.zip the package.
