@@ -5,40 +5,42 @@
 #include "checks.h"
 #include "hostlink/connection.h"
 #include "mcp/framing.h"
+#include "protocol/control_protocol.h"
 #include "protocol/verbs.h"
-#include "tools/tool_calls.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <vector>
 
-// ---- The connection's stand-in --------------------------------------------------------------------------------------
+// ---- A connection that records
+// ---------------------------------------------------------------------------------------
 
 namespace {
 
-/// Verbs by the number of their tabs; -1: one, and two more for each edit.
-const std::pair<std::ptrdiff_t, std::vector<std::string_view>> KnownVerbs[] = {
-    {1,
-     {Verb::SelectNet, Verb::SelectComponent, Verb::FindComponents, Verb::FindComponentsUi, Verb::GetComponent,
-      Verb::GetNet, Verb::ExportOrv, Verb::GetDiagnosticHints}},
-    {2, {Verb::SelectPin}},
-    {4, {Verb::ListComponents}},
-    {5, {Verb::BulkUpdateComponents}},
-    {7, {Verb::PdfiumExtractText}},
-    {8, {Verb::GetPdfPageContext}},
-    {10, {Verb::SearchFiles, Verb::SearchIndexedContent}},
-    {-1, {Verb::UpdateComponent, Verb::UpdateNet}},
+/// The tabs in the line of a positional verb with more than one field.
+const std::pair<std::string_view, std::ptrdiff_t> TabsOf[] = {
+    {Verb::SelectPin, 2},
+    {Verb::ListComponents, 4},
+    {Verb::BulkUpdateComponents, 5},
+    {Verb::PdfiumExtractText, 7},
+    {Verb::GetPdfPageContext, 8},
+    {Verb::SearchFiles, 10},
+    {Verb::SearchIndexedContent, 10},
 };
 
 void CheckLine(std::string_view line) {
-    Require(line.find_first_of("\r\n") == std::string_view::npos, "a line holds no line end");
+    Require(line.find_first_of("\r\n") == std::string_view::npos, "a line has no line end");
+    const auto verb = std::find_if(std::begin(HostVerbs), std::end(HostVerbs), [line](const HostVerb& known) {
+        return known.HasPayload() ? line.starts_with(known.Literal) : line == known.Literal;
+    });
+    Require(verb != std::end(HostVerbs), "a line begins with a known verb");
     const auto tabs = std::count(line.begin(), line.end(), '\t');
-    if (line == Verb::GetBoardState) return;
-    for (const auto& [own, verbs] : KnownVerbs) {
-        if (std::none_of(verbs.begin(), verbs.end(), [&](auto verb) { return line.starts_with(verb); })) continue;
-        return Require(own < 0 ? tabs >= 3 && tabs % 2 == 1 : tabs == own, "a line has its verb's fields");
+    if (verb->Literal == Verb::UpdateComponent || verb->Literal == Verb::UpdateNet) {
+        return Require(tabs >= 3 && tabs % 2 == 1, "an update has a subject and pairs");
     }
-    Require(false, "a line opens with a known verb");
+    std::ptrdiff_t expected = verb->HasPayload();
+    for (const auto& [literal, own] : TabsOf) expected = verb->Literal == literal ? own : expected;
+    Require(tabs == expected, "a line has its verb's fields");
 }
 
 }  // namespace
@@ -85,26 +87,30 @@ std::vector<InputMessage> SplitInput(std::string_view input) {
         return true;
     };
     for (std::string line; takeLine(line);) {
-        std::size_t length = 0;
         if (line.empty()) continue;
-        if (!ParseContentLength(line, length)) {
+        const std::optional<std::size_t> length = ParseContentLength(line);
+        if (!length) {
             messages.push_back({false, line});
             continue;
         }
         while (takeLine(line) && !line.empty()) {
         }
-        if (input.size() < length) break;
-        messages.push_back({true, std::string(input.substr(0, length))});
-        input.remove_prefix(length);
+        if (input.size() < *length) break;
+        messages.push_back({true, std::string(input.substr(0, *length))});
+        input.remove_prefix(*length);
     }
     return messages;
 }
 
+bool HasMethod(const std::string& body, const std::string& name) {
+    return body.find("\"method\":\"" + name + "\"") != std::string::npos ||
+           body.find("\"method\": \"" + name + "\"") != std::string::npos;
+}
+
 bool WantsReply(const std::string& body) {
-    if (MessageHasMethod(body, "initialize")) return true;
-    if (MessageHasMethod(body, "notifications/initialized")) return false;
-    return MessageHasMethod(body, "tools/list") || MessageHasMethod(body, "tools/call") ||
-           !ExtractMessageId(body).empty();
+    if (HasMethod(body, "initialize")) return true;
+    if (HasMethod(body, "notifications/initialized")) return false;
+    return HasMethod(body, "tools/list") || HasMethod(body, "tools/call") || ExtractMessageId(body);
 }
 
 }  // namespace
@@ -125,8 +131,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         OutputMessage reply{};
         Require(TakeOutputMessage(output, reply), "every message that wants a reply gets one");
         Require(reply.Framed == message.Framed, "a reply has its message's framing");
-        std::string idText = ExtractMessageId(message.Body);
-        if (idText.empty()) idText = "null";
+        const std::string idText(ExtractMessageId(message.Body).value_or("null"));
         Require(reply.Body.starts_with("{\"jsonrpc\":\"2.0\",\"id\":" + idText + ","), "a reply carries the id");
         Require(!IsJson(idText) || !IsUtf8(reply.Body) || IsJson(reply.Body), "a reply is valid JSON");
     }

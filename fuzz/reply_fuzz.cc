@@ -4,6 +4,7 @@
 #include "protocol/control_protocol.h"
 #include "tools/results.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <utility>
@@ -45,12 +46,15 @@ std::optional<Marker> PlainMarker(const std::string& text) {
 }
 
 void CheckMarker(const std::string& text) {
-    std::string rest = text, mimeType, data;
-    const bool extracted = ExtractImageMarker(rest, mimeType, data);
+    const ReplyContent content = ExtractImageMarker(text);
     const std::optional<Marker> plain = PlainMarker(text);
+    const std::string rest = std::string(content.TextBefore) + std::string(content.TextAfter);
     Require(rest == (plain ? plain->RestOfText : text), "only the marker line leaves the text");
-    Require(extracted == (plain && !plain->MimeType.empty() && !plain->Data.empty()), "a marker needs both values");
-    if (extracted) Require(mimeType == plain->MimeType && data == plain->Data, "a marker gives its values");
+    const bool isImage = plain && !plain->MimeType.empty() && !plain->Data.empty();
+    Require(content.Image.has_value() == isImage, "an image needs both values");
+    if (!isImage) return;
+    Require(content.Image->MimeType == plain->MimeType && content.Image->Data == plain->Data,
+            "an image has its values");
 }
 
 }  // namespace
@@ -68,11 +72,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     std::string_view output = caught.Text();
     OutputMessage result{};
     Require(TakeOutputMessage(output, result) && output.empty(), "a reply gives one result");
-    // Image data is spliced in as the viewer sent it: data that a JSON string can't hold is the viewer's fault.
-    std::string text = reply.starts_with("OK\t") ? UnescapeControlText(reply.substr(3)) : reply;
-    std::string mimeType, data;
-    const bool image = !reply.starts_with("ERR\t") && ExtractImageMarker(text, mimeType, data);
-    if (IsUtf8(result.Body) && !(image && EscapeJsonText(data) != data))
-        Require(IsJson(result.Body), "a result is valid JSON");
+    // Image data goes out as the viewer sent it: data that a JSON string can't hold is the viewer's fault.
+    const std::string text = reply.starts_with("OK\t") ? UnescapeControlText(reply.substr(3)) : reply;
+    const auto image = reply.starts_with("ERR\t") ? std::nullopt : ExtractImageMarker(text).Image;
+    const bool plainData = !image || std::all_of(image->Data.begin(), image->Data.end(), [](unsigned char byte) {
+        return byte >= ' ' && byte != '"' && byte != '\\';
+    });
+    if (IsUtf8(result.Body) && plainData) Require(IsJson(result.Body), "a result is valid JSON");
     return 0;
 }

@@ -8,6 +8,7 @@
 #include "control/session.h"
 #include "control/state.h"
 #include "protocol/control_protocol.h"
+#include "protocol/verbs.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -103,18 +104,14 @@ namespace {
 std::string ExpectedReply(std::string line) {
     while (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.empty()) return "";
-    if (line == "GET_BOARD_STATE") return "OK\tOK";
-    if (line.starts_with("CLIENT_NAME\t")) return "OK\tClient name updated.";
-    for (const std::string verb :
-         {"SELECT_NET", "SELECT_COMPONENT", "SELECT_PIN", "FIND_COMPONENTS", "FIND_COMPONENTS_UI", "GET_COMPONENT",
-          "GET_NET", "UPDATE_COMPONENT", "BULK_UPDATE_COMPONENTS", "UPDATE_NET", "EXPORT_ORV", "LIST_COMPONENTS",
-          "SEARCH_FILES", "SEARCH_INDEXED_CONTENT", "GET_PDF_PAGE_CONTEXT", "PDFIUM_EXTRACT_TEXT",
-          "GET_DIAGNOSTIC_HINTS"}) {
-        if (!line.starts_with(verb + "\t")) continue;
-        const std::string text = line.substr(verb.size() + 1);
+    if (line.starts_with(Verb::ClientName)) return "OK\tClient name updated.";
+    for (const HostVerb& verb : HostVerbs) {
+        if (!verb.HasPayload() && line == verb.Literal) return "OK\tOK";
+        if (!verb.HasPayload() || !line.starts_with(verb.Literal)) continue;
+        const std::string text = line.substr(verb.Literal.size());
         const bool plain =
             std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= 'z' && c != '\\'; });
-        return plain && text.size() - 1 < 999 && !verb.ends_with("UI") ? "OK\t" + text + "\n" : "OK\t";
+        return plain && text.size() - 1 < 999 && verb.TextPrefix.empty() ? "OK\t" + text + "\n" : "OK\t";
     }
     return "ERR\tUnknown Orvane MCP command.";
 }

@@ -31,11 +31,12 @@ struct InstanceFile {
 
 namespace {
 
-/// The name after "\\.\pipe\"; empty when `path` has another form.
+/// The name after "\\.\pipe\" or "\\.\PIPE\"; empty when `path` has another form.
 std::u16string_view PipeName(LPCWSTR path) {
-    constexpr std::u16string_view prefix = u"\\\\.\\pipe\\";
+    constexpr std::u16string_view prefix = u"\\\\.\\pipe\\", upper = u"\\\\.\\PIPE\\";
     const std::u16string_view whole(path);
-    return whole.starts_with(prefix) ? whole.substr(prefix.size()) : std::u16string_view();
+    const bool isPipe = whole.starts_with(prefix) || whole.starts_with(upper);
+    return isPipe ? whole.substr(prefix.size()) : std::u16string_view();
 }
 
 /// An instance as its file shows it.

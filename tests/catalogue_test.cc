@@ -1,6 +1,9 @@
 #include "mcp/catalogue.h"
 
+#include "tools/tool_calls.h"
+
 #include <gtest/gtest.h>
+#include <regex>
 
 TEST(Catalogue, KeepsItsAsciiWording) {
     // Agents are steered by these texts, so a change of one must be meant: here is its 64-bit FNV-1a checksum.
@@ -19,4 +22,12 @@ TEST(Catalogue, KeepsItsAsciiWording) {
     }
     EXPECT_NE(InitializeResultText.find(R"("version":")" ORVANE_VERSION "\""), std::string_view::npos)
         << "the project's version is " ORVANE_VERSION;
+}
+
+TEST(ToolNames, AreTheCataloguesInItsOrder) {
+    const std::string list(ToolListResultText);
+    const std::regex name(R"re(\{"name":"([a-z_]+)")re");
+    const std::vector<std::string> offered(std::sregex_token_iterator(list.begin(), list.end(), name, 1), {});
+    const std::vector<std::string_view> names = ToolNames();
+    EXPECT_EQ(std::vector<std::string>(names.begin(), names.end()), offered);
 }

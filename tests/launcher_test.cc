@@ -67,3 +67,64 @@ TEST_F(ServerTest, AnIdleBridgeFollowsTheViewersAnnouncement) {
         EXPECT_TRUE(Eventually([&] { return OrvaneMcp_GetClientCount() == announced; })) << announced;
     }
 }
+
+TEST_F(ServerTest, TheLauncherGoesWithItsClientWhateverTheViewerDoes) {
+    std::promise<void> goOn;
+    HostWindow host([hung = goOn.get_future().share()](HostCommand& command) {
+        hung.wait();
+        return Echo(command);
+    });
+    Start(host.Handle);
+    const std::string call = R"({"id":1,"method":"tools/call","params":{"name":"get_net_info","net":"GND"}})"
+                             "\n";
+    const std::string answer =
+        R"({"jsonrpc":"2.0","id":1,"result":{"content":[{"type":"text","text":"7:GND"}],"isError":false}})";
+    const auto startAgent = [](const char* mode) { return ChildProcess(ModulePath(nullptr), {"--agent", mode}); };
+    ChildProcess killed = startAgent("kill");
+    // More than fits before its first call is answered, so that something stays unread.
+    std::thread sender([&] { killed.Send(call + R"({"ids":")" + std::string(200000, 'x') + "\"}\n" + call); });
+    EXPECT_TRUE(Eventually([&] { return host.Commands == 1; }));
+    ChildProcess piped(TEXT("./orvane_mcp.exe")), left = startAgent("leave");
+    piped.Send(call);
+    piped.Input.reset();
+    left.Send(call);
+    EXPECT_EQ(left.WaitForExitCode(), 0u);
+    killed.Kill();
+    sender.join();
+    EXPECT_EQ(killed.Read("<no mark>"), "<end>") << "the launcher has left its output";
+    // As long as that took, the others were as alone: one with a parent that lives, one with a client that isn't it.
+    goOn.set_value();
+    EXPECT_EQ(piped.Read("<no mark>"), answer + "\n<end>");
+    EXPECT_EQ(left.Read("\n"), answer);
+    left.Input.reset();
+    EXPECT_EQ(left.Read("<no mark>"), "<end>");
+}
+
+TEST_F(ServerTest, TheCheckTellsHowFarAnAgentsCallsGet) {
+    const auto check = [] {
+        ChildProcess program(TEXT("./orvane_mcp.exe"), {"--check"});
+        const std::string told = program.Read("<no mark>");
+        return told + std::to_string(program.WaitForExitCode());
+    };
+    using testing::AllOf, testing::EndsWith, testing::HasSubstr;
+    EXPECT_THAT(check(), AllOf(HasSubstr("No Orvane is announced"), HasSubstr("Start Orvane."), EndsWith("<end>1")));
+    HostWindow host([](HostCommand& command) -> LRESULT {
+        SetLongReply(command, TEXT("board=\nno net\x1B"));
+        return command.Success = 1;
+    });
+    Start(host.Handle);
+    const std::string pipe = WideToUtf8(RawClient::OwnPipe());
+    EXPECT_THAT(check(),
+                AllOf(HasSubstr("announced in the registry, with the pipe " + pipe), HasSubstr(pipe + " opened"),
+                      HasSubstr("greeting accepted after "), HasSubstr("    no net\\x1B"), EndsWith("<end>0")));
+    OrvaneMcp_StopControlServer();
+    Start();
+    EXPECT_THAT(check(),
+                AllOf(HasSubstr("failure"), HasSubstr("Orvane main window is not available."), EndsWith("<end>1")));
+    ServerState().PipeName = ControlPipeName(4242);
+    AnnounceControlServer(true);
+    EXPECT_THAT(check(), AllOf(HasSubstr(WideToUtf8(ControlPipeName(4242)) + " did not open: Windows error 2. "),
+                               EndsWith("<end>1")));
+    ChildProcess unknown(TEXT("./orvane_mcp.exe"), {"--chek"});
+    EXPECT_EQ(unknown.Read("<no mark>") + std::to_string(unknown.WaitForExitCode()), "<end>2") << "no silent server";
+}

@@ -1,9 +1,9 @@
 #include "host_window.h"
 #include "hostlink/discovery.h"
 #include "protocol/control_protocol.h"
+#include "protocol/verbs.h"
 
 #include <future>
-#include <sstream>
 
 /// What a getter of the library gives and tells.
 static std::string Told(std::int32_t (*getter)(OrvaneMcpChar*, std::int32_t), std::int32_t capacity = 1024) {
@@ -70,12 +70,10 @@ TEST_F(ServerTest, ARequestReachesTheHostByItsIdAndIsAnsweredByOneLine) {
         {std::string("GET_NET\ta\xFF\0b", 12), "OK\t7:a\xEF\xBF\xBD"},
         {"\r\n\nGET_NET\t", "OK\t7:"},
     };
-    std::istringstream verbs(
-        "SELECT_NET GET_BOARD_STATE SELECT_COMPONENT SELECT_PIN FIND_COMPONENTS GET_COMPONENT "
-        "GET_NET LIST_COMPONENTS SEARCH_FILES GET_DIAGNOSTIC_HINTS SEARCH_INDEXED_CONTENT GET_PDF_PAGE_CONTEXT "
-        "UPDATE_COMPONENT UPDATE_NET EXPORT_ORV PDFIUM_EXTRACT_TEXT BULK_UPDATE_COMPONENTS");
-    for (auto [id, verb] = std::pair(1, std::string()); verbs >> verb; ++id) {
-        if (id != 2) rows.emplace_back(verb + "\ta b\tc", "OK\t" + std::to_string(id) + ":a b\tc");
+    for (const HostVerb& verb : HostVerbs) {
+        if (!verb.HasPayload()) continue;
+        const std::string text = std::string(verb.TextPrefix) + "a b\tc";
+        rows.emplace_back(std::string(verb.Literal) + "a b\tc", "OK\t" + std::to_string(verb.CommandId) + ":" + text);
     }
     HostWindow host;
     Start(host.Handle);

@@ -29,26 +29,26 @@ typedef uint_least16_t OrvaneMcpChar;
 extern "C" {
 #endif
 
-/* What the host says at the start. Only read during the call. */
+/* What the host passes to a start. Read only during the call. */
 typedef struct ControlServerStartInfo {
-    uint64_t Reserved;             /* not read */
+    uint64_t Reserved;             /* ignored */
     void* HostWindowHandle;        /* the window (HWND) that answers HostCommandMessage */
     uint32_t ProcessIdOverride;    /* the number in the pipe's name; 0: the current process id */
-    OrvaneMcpChar Directory[1024]; /* the launcher's directory, read to its NUL; empty: the library's own */
+    OrvaneMcpChar Directory[1024]; /* the launcher's directory, up to its NUL; empty: the library's own */
 } ControlServerStartInfo;
 
-/* One connected client, as OrvaneMcp_GetClientInfo tells it. */
+/* One connected client, filled in by OrvaneMcp_GetClientInfo. */
 typedef struct ClientInfo {
     uint32_t Size; /* set by the host to sizeof(ClientInfo) or more */
     OrvaneMcpChar DisplayName[128];
     OrvaneMcpChar Transport[64];
-    OrvaneMcpChar ConnectedAt[64]; /* local time, "2026-01-31 08:15:00"; empty when it can't be told */
+    OrvaneMcpChar ConnectedAt[64]; /* local time, "2026-01-31 08:15:00"; empty when unknown */
 } ClientInfo;
 
-/* The window message by which a command reaches the host: wParam is 0, lParam the address of a HostCommand. */
+/* The window message that delivers a command to the host: wParam is 0, lParam the address of a HostCommand. */
 enum { HostCommandMessage = 34464 };
 
-/* What a HostCommand asks for. Ids are fixed for all time. */
+/* What a HostCommand asks for. An id never changes its meaning. */
 typedef enum HostCommandId {
     HostCommandId_SelectNet = 1,
     HostCommandId_GetBoardState = 2,
@@ -69,9 +69,9 @@ typedef enum HostCommandId {
     HostCommandId_BulkUpdateComponents = 17
 } HostCommandId;
 
-/* One command for the host. The library owns the record and all it points to; it is valid only until the
+/* One command for the host. The library owns the record and everything it points to; it is valid only until the
  * window procedure returns. The host answers in Success and in Reply or LongReply, and returns non-zero from the
- * message: a command has succeeded only when Success and that result are both non-zero. */
+ * message. The command succeeded only if Success and that result are both non-zero. */
 typedef struct HostCommand {
     uint32_t Size;                 /* sizeof(HostCommand) */
     int32_t CommandId;             /* a HostCommandId */
@@ -85,35 +85,36 @@ typedef struct HostCommand {
     uint32_t LongReplyLength;      /* host: in code units; the block needs no terminator */
 } HostCommand;
 
-/* Serves one MCP client over standard input and output until input ends. For the launcher; returns 0. */
+/* Serves one MCP client on standard input and output until the input ends. For the launcher. Returns 0. */
 int32_t OrvaneMcp_RunStdioBridge(void);
 
-/* Starts the control server; `info` may be null. 1 when the server runs, also when it already did.
- * On 0 OrvaneMcp_GetLastError has the reason, unless memory ran out. */
+/* Starts the control server; `info` may be null. 1 when the server is running, even if it already was.
+ * After 0, OrvaneMcp_GetLastError has the reason, unless memory ran out. */
 int32_t OrvaneMcp_StartControlServer(const ControlServerStartInfo* info);
 
-/* Stops the control server and withdraws its announcement. Waits 2 s at most for sessions under way. A command that
- * was on its way to the window may still arrive there afterwards. Not for DllMain or a DLL's static destructors. */
+/* Stops the control server and withdraws its announcement. Waits at most 2 s for sessions. A command on its way to
+ * the window may still arrive there afterwards. Don't call it from DllMain or a DLL's static destructors. */
 void OrvaneMcp_StopControlServer(void);
 
 /* 11, in any state. */
 int32_t OrvaneMcp_GetApiVersion(void);
 
-/* The pipe's name and the launcher's path as the last start set them, kept after a stop. 0 for a null buffer or
- * a capacity below 1, else 1. */
+/* The pipe's name and the launcher's path as set by the last start; a stop keeps them. 0 for a null buffer or a
+ * capacity below 1, else 1. */
 int32_t OrvaneMcp_GetPipeName(OrvaneMcpChar* buffer, int32_t capacity);
 int32_t OrvaneMcp_GetServerPath(OrvaneMcpChar* buffer, int32_t capacity);
 
-/* The last failure, kept after a stop. 1 when there is one; 0 when there is none, or for a bad buffer. */
+/* The last failure; a stop keeps it. 1 when there is one; 0 when there is none, or for an unusable buffer. */
 int32_t OrvaneMcp_GetLastError(OrvaneMcpChar* buffer, int32_t capacity);
 
-/* The number of clients connected now, and one of them by its place in the order of arrival. A client that leaves
- * moves the later ones down, so accept 0 for an index that has just gone. */
+/* The number of connected clients, and one of them by its index, in order of arrival. When a client leaves, the later
+ * ones move down, so expect 0 for an index that has just gone. */
 int32_t OrvaneMcp_GetClientCount(void);
 int32_t OrvaneMcp_GetClientInfo(int32_t index, ClientInfo* info);
 
-/* Ends the connection of every client in the list and waits about two seconds at most for the sessions to go. 0 only
- * when sessions outlast the wait although there was no connection to end, or when memory runs out. */
+/* Ends the connection of every listed client and waits up to about two seconds for the list to become empty. 0 only
+ * when there was no connection to end and yet the list didn't become empty (clients kept arriving), or when memory
+ * ran out. */
 int32_t OrvaneMcp_DisconnectClients(void);
 
 #ifdef __cplusplus

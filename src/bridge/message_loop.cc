@@ -5,6 +5,9 @@
 #include "mcp/framing.h"
 #include "tools/tool_calls.h"
 
+#include <cstddef>
+#include <functional>
+#include <iterator>
 #include <new>
 
 namespace {
@@ -15,8 +18,8 @@ void WriteReply(std::string_view idText, std::string_view tail) {
     WriteMcpMessage({ReplyHead, idText, tail});
 }
 
-/// A string from its opening quote, at the text's start, to its closing one; empty when that is missing.
-std::string_view QuotedIdText(std::string_view text) {
+/// The string that `text` begins with, with both quotes; empty when the closing one is missing.
+std::string_view LeadingString(std::string_view text) {
     for (std::size_t i = 1; i < text.size(); ++i) {
         if (text[i] == '"') return text.substr(0, i + 1);
         if (text[i] == '\\') ++i;
@@ -24,58 +27,80 @@ std::string_view QuotedIdText(std::string_view text) {
     return {};
 }
 
-/// Answers one message, or passes over it.
-void HandleMessage(std::string_view message) {
-    std::string idText = ExtractMessageId(message);
-    const bool hasId = !idText.empty();
-    if (!hasId) idText = "null";
+/// The first occurrence of `Key` at or after `from`; npos when there is none. Messages are full of quotes, which slow
+/// down a search that looks for a key's first byte.
+template <const std::string_view& Key>
+std::size_t FindKey(std::string_view message, std::size_t from = 0) {
+    static const std::boyer_moore_horspool_searcher searcher(Key.begin(), Key.end());
+    const auto* const found = searcher(message.data() + from, message.data() + message.size()).first;
+    const auto position = static_cast<std::size_t>(found - message.data());
+    return position < message.size() ? position : std::string_view::npos;
+}
 
-    // The order decides, since each test looks at the whole text. The connection attempts come behind the replies,
-    // so that a missing viewer never holds up a handshake.
-    if (MessageHasMethod(message, "initialize")) {
-        WriteReply(idText, InitializeResultText);
-        EnsureControlConnection(MainThreadConnectTimeOut);
-    } else if (MessageHasMethod(message, "notifications/initialized")) {
-        // Nothing is kept of the handshake.
-    } else if (MessageHasMethod(message, "tools/list")) {
-        WriteReply(idText, ToolListResultText);
-        EnsureControlConnection(MainThreadConnectTimeOut);
-    } else if (MessageHasMethod(message, "tools/call")) {
-        HandleToolCall(idText, message);
-    } else if (hasId) {
-        WriteReply(idText, MethodNotFoundText);
+constexpr std::string_view IdKey = R"("id")";
+constexpr std::string_view MethodKey = R"("method":)";
+
+/// The methods with an answer of their own, in the order of Method.
+constexpr std::string_view MethodValues[] = {
+    R"("initialize")",
+    R"("notifications/initialized")",
+    R"("tools/list")",
+    R"("tools/call")",
+};
+
+/// Answers one message, or ignores it.
+void HandleMessage(std::string_view message) {
+    const std::optional<std::string_view> id = ExtractMessageId(message);
+    const std::string_view idText = id.value_or("null");
+
+    // Connect only after the reply is written: a missing viewer delays the next message, but never this reply.
+    switch (FindMethod(message)) {
+        case Method::Initialize:
+            WriteReply(idText, InitializeResultText);
+            EnsureControlConnection(MainThreadConnectTimeOut);
+            break;
+        case Method::Initialized: break;  // the handshake leaves no state
+        case Method::ToolsList:
+            WriteReply(idText, ToolListResultText);
+            EnsureControlConnection(MainThreadConnectTimeOut);
+            break;
+        case Method::ToolsCall: HandleToolCall(idText, message); break;
+        case Method::Other:
+            if (id) WriteReply(idText, MethodNotFoundText);
     }
 }
 
 }  // namespace
 
-std::string ExtractMessageId(std::string_view message) {
-    constexpr std::string_view key = R"("id")";
-    const std::size_t found = message.find(key);
-    if (found == std::string_view::npos) return {};
-    const std::size_t colon = message.find(':', found + key.size());
-    if (colon == std::string_view::npos) return {};
-    // Line ends are not passed over: they become part of the id, which leaves the reply valid JSON.
+std::optional<std::string_view> ExtractMessageId(std::string_view message) {
+    const std::size_t found = FindKey<IdKey>(message);
+    if (found == std::string_view::npos) return std::nullopt;
+    const std::size_t colon = message.find(':', found + IdKey.size());
+    if (colon == std::string_view::npos) return std::nullopt;
+    // Line ends are not skipped: they become part of the id, and the reply is valid JSON all the same.
     const std::size_t start = message.find_first_not_of(" \t", colon + 1);
-    if (start == std::string_view::npos) return {};
+    if (start == std::string_view::npos) return std::nullopt;
     const std::string_view rest = message.substr(start);
-    return std::string(rest.front() == '"' ? QuotedIdText(rest) : rest.substr(0, rest.find_first_of(",} ")));
+    const std::string_view id = rest.front() == '"' ? LeadingString(rest) : rest.substr(0, rest.find_first_of(",} "));
+    if (id.empty()) return std::nullopt;
+    return id;
 }
 
-bool MessageHasMethod(std::string_view message, std::string_view name) {
-    constexpr std::string_view key = R"("method":)";
-    for (std::size_t at = message.find(key); at != std::string_view::npos; at = message.find(key, at + key.size())) {
-        std::string_view value = message.substr(at + key.size());
+Method FindMethod(std::string_view message) {
+    std::size_t method = std::size(MethodValues);
+    for (std::size_t at = 0; (at = FindKey<MethodKey>(message, at)) != std::string_view::npos;) {
+        at += MethodKey.size();
+        std::string_view value = message.substr(at);
         if (value.starts_with(' ')) value.remove_prefix(1);
-        if (!value.starts_with('"') || !value.substr(1).starts_with(name)) continue;
-        if (value.substr(1 + name.size()).starts_with('"')) return true;
+        for (std::size_t i = 0; i < method; ++i) {
+            if (value.starts_with(MethodValues[i])) method = i;
+        }
     }
-    return false;
+    return static_cast<Method>(method);
 }
 
 void RunMessageLoop() try {
-    for (std::string message; ReadMcpMessage(message);) HandleMessage(message);
+    while (const std::optional<std::string> message = ReadMcpMessage()) HandleMessage(*message);
 } catch (const std::bad_alloc&) {
-    // A message larger than memory: what follows can't be told from its rest, so the loop ends in order and the client
-    // sees it.
+    // The message is larger than memory, and its rest can't be told from the next one: end, so that the client notices.
 }

@@ -2,16 +2,19 @@
 /// next. There is no handshake state and no JSON parser.
 #pragma once
 
-#include <string>
+#include <optional>
 #include <string_view>
 
-/// The id exactly as the client wrote it, a string with its quotes; empty when the message has none. Takes the
-/// first "id" of the text, at any depth, even where it is a value.
-std::string ExtractMessageId(std::string_view message);
+/// The id exactly as the client wrote it, a string with its quotes, as a view into `message`; nothing when the message
+/// has none. The first "id" of the text decides, at any depth, even where it is a value.
+[[nodiscard]] std::optional<std::string_view> ExtractMessageId(std::string_view message);
 
-/// True when the message holds the member "method" with the value `name`, written with one blank behind the colon
-/// or none. The place in the message doesn't matter.
-bool MessageHasMethod(std::string_view message, std::string_view name);
+/// What a message asks for.
+enum class Method { Initialize, Initialized, ToolsList, ToolsCall, Other };
+
+/// The method of a message: the value of any member "method" of the text, at any depth, written with one blank after
+/// the colon or none. Among several, the one that Method lists first.
+[[nodiscard]] Method FindMethod(std::string_view message);
 
 /// Answers messages on standard output until standard input ends, or until a message is larger than memory. Bridge's
 /// calling thread only.

@@ -1,9 +1,9 @@
-/// The registry entry by which a bridge finds this server. One slot for the whole user: the last to write it wins.
+/// The registry entry through which a bridge finds this server. Each user has one slot: the last to write it wins.
 #pragma once
 
-/// Writes the announcement of this process's server, or withdraws whatever stands there. Reports nothing.
+/// Announces this process's server, or withdraws whatever the registry has. Failures are not reported.
 void AnnounceControlServer(bool enabled);
 
-/// Withdraws the announcement of a process that ends without a stop, if it is this process's own. Takes no lock and
-/// waits for nothing: the process's other threads are gone, and may have died holding one.
+/// Withdraws this process's own announcement when the process ends without a stop. Takes no lock and waits for nothing:
+/// the other threads are gone by then and may have died holding a lock.
 void WithdrawAtProcessEnd();

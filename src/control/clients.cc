@@ -120,7 +120,7 @@ std::int32_t OrvaneMcp_DisconnectClients() try {
     constexpr int looks = 20;
     constexpr DWORD pause = 50;
     ControlServerState& state = ServerState();
-    // A list of its own, so that the lock is free while connections are ended.
+    // A copy, so that the lock isn't held while connections are ended.
     std::vector<std::shared_ptr<PipeInstance>> pipes;
     {
         const std::lock_guard lock(state.ServerLock);

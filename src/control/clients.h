@@ -1,4 +1,4 @@
-/// The clients that are connected right now, in the order in which they said HELLO, and the tidying of their names.
+/// The connected clients, in the order in which they said HELLO, and how their names are tidied.
 #pragma once
 
 #include "control/pipe_instance.h"
@@ -16,24 +16,24 @@ struct ClientRecord {
     FILETIME ConnectedAt{};  // UTC
 };
 
-/// Adds a client of the run `serverRun` at the end of the list and gives its id; 0, with nothing added, when that run
-/// is over. Takes ServerLock, as the next two do.
+/// Adds a client of the run `serverRun` to the end of the list and returns its id. Returns 0 and adds nothing when that
+/// run is over. Takes ServerLock, as do the next two.
 std::uint64_t RegisterClient(const WideString& name, std::shared_ptr<PipeInstance> pipe, std::uint64_t serverRun);
 
-/// Removes the client. Neither this nor a rename does anything for an id of a run that is over: a newer client may
-/// have the same one.
+/// Removes the client. For a run that is over, this and UpdateClientName do nothing: a newer client may have the same
+/// id.
 void RemoveClient(std::uint64_t clientId, std::uint64_t serverRun);
 
-/// Gives the client a new name, tidied, and keeps the tail that tells its bridge's process id unless the new name has
-/// one of its own.
+/// Renames the client to the tidied `name`. Keeps the old name's suffix with the bridge's process id unless the new
+/// name brings its own.
 void UpdateClientName(std::uint64_t clientId, std::uint64_t serverRun, const WideString& name);
 
 /// Removes all clients. The caller holds ServerLock.
 void ClearClients();
 
-/// The name to show: trimmed, with the standard name for a client that is recognised, unless the name tells a
-/// bridge's process id and so is already as it should be.
+/// The name to show: trimmed, and replaced by the standard name when the client is recognised. A name that already has
+/// a bridge's process id is only trimmed.
 WideString NormalizeClientName(const WideString& name);
 
-/// The part of `name` from " (bridge pid " on; empty when it has none.
+/// The part of `name` that starts with " (bridge pid "; empty when there is none.
 WideString ExtractBridgeSuffix(const WideString& name);

@@ -19,7 +19,8 @@ HWND FindHostWindow(std::uint64_t serverRun) {
     return state.ServerRun == serverRun ? state.HostWindow : nullptr;
 }
 
-/// The text that the host has left in the record; a block of its own is freed, whatever happens to its text.
+/// The reply text that the host left in the record. A block allocated by the host is freed even if the conversion
+/// fails.
 std::string TakeReplyText(HostCommand& command) {
     if (command.LongReply == nullptr) {
         const auto* const end = std::find(std::begin(command.Reply), std::end(command.Reply), WCHAR(0));
@@ -46,7 +47,7 @@ std::string SendHostCommand(std::int32_t commandId, std::string_view text, std::
 
     const LRESULT result = SendMessageW(window, HostCommandMessage, 0, reinterpret_cast<LPARAM>(&command));
 
-    // The text and the verdict are chosen apart: a host explains a failure by a text without success.
+    // Text and success are independent: a host explains a failure with a text and Success 0.
     std::string replyText = TakeReplyText(command);
     if (replyText.empty()) replyText = command.Success != 0 ? "OK" : "Orvane command failed.";
     const bool succeeded = command.Success != 0 && result != 0;

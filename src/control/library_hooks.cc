@@ -1,4 +1,4 @@
-/// What happens when the system loads and unloads the library. The server never starts by itself.
+/// The hooks for load and unload. The server never starts by itself.
 
 #include "api/exports.h"
 #include "control/announcement.h"
@@ -11,7 +11,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved) 
         DisableThreadLibraryCalls(module);
     } else if (reason == DLL_PROCESS_DETACH) {
         if (reserved == nullptr) {
-            // A library with threads is pinned, so there is no server here to wait for.
+            // A library that has started a thread is pinned, so no server runs here and this can't wait.
             OrvaneMcp_StopControlServer();
         } else {
             WithdrawAtProcessEnd();

@@ -12,7 +12,7 @@ namespace {
 
 constexpr DWORD PipeBufferSize = 512;
 
-/// Shows an instance to the stop for as long as it waits for its client.
+/// Lets a stop see the instance that is waiting for a client.
 class ListeningScope {
   public:
     explicit ListeningScope(std::shared_ptr<PipeInstance> instance) { Publish(std::move(instance)); }
@@ -34,7 +34,7 @@ std::shared_ptr<PipeInstance> CreateInstance() {
     return pipe ? std::make_shared<PipeInstance>(std::move(pipe)) : nullptr;
 }
 
-/// Blocks until a client has opened the instance. One that came before this call counts as well.
+/// Blocks until a client has opened the instance. A client that was quicker than this call counts too.
 bool WaitForClient(const std::shared_ptr<PipeInstance>& instance) {
     const ListeningScope listening(instance);
     return ConnectNamedPipe(instance->Pipe.Get(), nullptr) != 0 || GetLastError() == ERROR_PIPE_CONNECTED;
@@ -45,9 +45,9 @@ void AcceptClients(std::uint64_t serverRun) {
         std::shared_ptr<PipeInstance> instance = CreateInstance();
         if (!instance) return SetLastErrorText(TEXT("Failed to create Orvane MCP control pipe."));
         const bool connected = WaitForClient(instance);
-        // A stop connects to the pipe as well, only to bring the listener here.
+        // A stop connects too, just to get the listener to this line.
         if (!IsServing(serverRun)) return;
-        // Without a thread for it the connection is closed and the next client has its turn.
+        // If no thread can be started, this connection closes and the next client gets its turn.
         if (connected) StartClientSession(std::move(instance), serverRun);
     }
 }
@@ -58,7 +58,7 @@ unsigned WINAPI RunPipeListener(void*) noexcept {
     try {
         AcceptClients(ServerState().ServerRun);
     } catch (const std::bad_alloc&) {
-        // No memory for an instance: the listener ends as it does when the system has none to give.
+        // Out of memory for an instance: same as when the system has none left.
         try {
             SetLastErrorText(TEXT("Failed to create Orvane MCP control pipe."));
         } catch (const std::bad_alloc&) {

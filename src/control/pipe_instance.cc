@@ -2,24 +2,22 @@
 
 namespace {
 
-/// True for the errors of a write to a client that has closed its end or has been disconnected.
-bool TellsThatClientHasGone(DWORD error) {
+/// True for the errors of a write to a client that has closed its end or was disconnected.
+bool MeansClientIsGone(DWORD error) {
     return error == ERROR_NO_DATA || error == ERROR_BROKEN_PIPE || error == ERROR_PIPE_NOT_CONNECTED;
 }
 
 }  // namespace
 
 void EndConnections(const std::vector<std::shared_ptr<PipeInstance>>& instances) {
-    constexpr DWORD cancelTime = 1000;
-    constexpr DWORD cancelPause = 1;
-    constexpr int fewestTries = 50;  // the time goes on while a machine sleeps
+    constexpr int mostTries = 100;
+    constexpr DWORD pause = 10;
     for (const auto& instance : instances) {
         instance->Leaving = true;
         CancelIoEx(instance->Pipe.Get(), nullptr);
     }
-    // One cancel can come just before the call that it was meant for.
-    const DWORD start = GetTickCount();
-    for (int tries = 0; tries < fewestTries || GetTickCount() - start < cancelTime; ++tries) {
+    // A cancel can come just before the call that it was meant for, so one isn't enough.
+    for (int tries = 0; tries < mostTries; ++tries) {
         bool anyInCall = false;
         for (const auto& instance : instances) {
             if (!instance->InCall) continue;
@@ -27,25 +25,24 @@ void EndConnections(const std::vector<std::shared_ptr<PipeInstance>>& instances)
             CancelIoEx(instance->Pipe.Get(), nullptr);
         }
         if (!anyInCall) break;
-        Sleep(cancelPause);
+        Sleep(pause);
     }
-    // A pipe with a call in it must not be disconnected: the system would let that wait for the call.
+    // Never disconnect a pipe that a call is blocked in: on a synchronous handle that waits for the call.
     for (const auto& instance : instances) {
         if (!instance->InCall) DisconnectNamedPipe(instance->Pipe.Get());
     }
 }
 
 void WriteReplyBytes(PipeInstance& instance, std::string_view bytes) {
-    constexpr std::size_t largestWrite = std::size_t{1} << 30;  // one call counts in 32 bits
+    constexpr std::size_t largestWrite = std::size_t{1} << 30;  // a call counts bytes in 32 bits
     while (!bytes.empty() && !instance.Broken) {
         const std::string_view piece = bytes.substr(0, largestWrite);
         const PipeCall call(instance);
         DWORD written = 0;
         const bool taken = call && WriteFile(instance.Pipe.Get(), piece.data(), static_cast<DWORD>(piece.size()),
                                              &written, nullptr) != 0;
-        const bool gone = call && !taken && TellsThatClientHasGone(GetLastError());
+        const bool gone = call && !taken && MeansClientIsGone(GetLastError());
         instance.Broken = !taken || written != piece.size();
-        // A client that stays would wait for this reply for ever, so it is sent away.
         if (instance.Broken && !gone) instance.Leaving = true;
         bytes.remove_prefix(piece.size());
     }

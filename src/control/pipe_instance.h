@@ -9,28 +9,28 @@
 #include <utility>
 #include <vector>
 
-/// Shared by the session that serves it, its entry in the client list and whoever ends it from outside. The handle is
-/// closed when the last of them lets go, so no one acts on a handle that was closed or that the system gave out anew.
+/// Shared by the session that serves it, its record in the client list and whoever ends it from outside. The last of
+/// them closes the handle, so nobody ever acts on a closed handle or on one that the system has reused.
 struct PipeInstance {
     explicit PipeInstance(OwnedHandle pipe) : Pipe(std::move(pipe)) {}
 
     const OwnedHandle Pipe;
-    /// Set by EndConnections, and by a reply that fails while the client is there. From then on the session makes no
-    /// pipe call and takes up no further line.
+    /// Set by EndConnections, and when a reply fails although the client is still there. From then on the session makes
+    /// no pipe call and carries out no further line.
     std::atomic<bool> Leaving = false;
     /// True while the session is inside a pipe call.
     std::atomic<bool> InCall = false;
-    /// Set when a reply could not be written whole; nothing more is written then. Session thread only.
+    /// Set when a reply could not be written whole. Nothing more is written after that. Session thread only.
     bool Broken = false;
 };
 
-/// Announces a pipe call of the session for as long as it lives. False, with nothing announced, once the connection
-/// is being ended: the session must not make the call then.
+/// Marks the session as being inside a pipe call. Converts to false, and marks nothing, once the connection is being
+/// ended: then the session must not make the call.
 class PipeCall {
   public:
     explicit PipeCall(PipeInstance& instance) : instance_(instance) {
-        // Announced before the look at Leaving: EndConnections sets that before it looks at InCall, so that one of the
-        // two always sees the other.
+        // InCall is set before Leaving is read; EndConnections sets Leaving before it reads InCall. So at least one of
+        // the two threads always sees the other.
         instance_.InCall = true;
         if (instance_.Leaving) instance_.InCall = false;
     }
@@ -44,14 +44,14 @@ class PipeCall {
     PipeInstance& instance_;
 };
 
-/// Ends connections from another thread: frees their sessions from calls that block, then disconnects. Tries for a
-/// second in all; a session whose call the system would not cancel till then ends with that call.
+/// Ends connections from another thread: cancels the calls that their sessions block in, then disconnects. Tries for
+/// about a second in all. A session whose call can't be cancelled by then ends when that call returns.
 void EndConnections(const std::vector<std::shared_ptr<PipeInstance>>& instances);
 
-/// Writes bytes as they are, with one call. Blocks until the pipe has taken them. Failures are not told: of a client
-/// that has gone the session still takes what it had sent, and one that is there loses its connection. Session thread
-/// only.
+/// Writes bytes unchanged, in as few calls as their number allows. Blocks until the pipe has accepted them. Reports no
+/// failure: if the client is gone, the session still carries out what it had sent; if it isn't, it loses its
+/// connection, since it would wait for this reply forever. Session thread only.
 void WriteReplyBytes(PipeInstance& instance, std::string_view bytes);
 
-/// Writes a reply and, with a second call, its line feed.
+/// Writes a reply, then its line feed.
 void WriteReplyLine(PipeInstance& instance, std::string_view text);

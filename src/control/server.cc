@@ -22,8 +22,8 @@ WideString ResolveModuleDirectory() {
     return ParentDirectory(ModulePath(ServerState().ModuleHandle));
 }
 
-/// The launcher's directory as the host gives it. The text has no bound but its NUL: the array in the declaration is
-/// the host's convenience, and its record may be longer or shorter.
+/// The launcher's directory as the host specifies it. Only its NUL bounds the text: the array in the declaration is a
+/// convenience, and the host's record may be longer or shorter.
 WideString LauncherDirectory(const ControlServerStartInfo* info) {
     if (info != nullptr) {
         const auto* const bytes = reinterpret_cast<const char*>(info);
@@ -49,7 +49,7 @@ void PrepareRun(const ControlServerStartInfo* info, const WideString& directory)
     ++state.ServerRun;
 }
 
-/// Waits for the sessions to end, within limits: one that sits in a host command may be waiting for this very thread.
+/// Waits for the sessions to end, but not forever: one inside a host command may be waiting for this very thread.
 void WaitForSessions() {
     constexpr int looks = 40;
     constexpr DWORD pause = 50;
@@ -69,19 +69,19 @@ std::int32_t OrvaneMcp_StartControlServer(const ControlServerStartInfo* info) tr
     PrepareRun(info, directory);
     state.Running = true;
     try {
-        // Before the first instance exists: a bridge that comes too early tries again.
+        // Before the first instance exists: a bridge that is too early tries again.
         AnnounceControlServer(true);
         PinOwnModule();
         if (state.ListenerThread.Start(RunPipeListener, nullptr)) return 1;
     } catch (const std::bad_alloc&) {
-        // Short of memory for the announcement: as for the thread.
+        // Out of memory for the announcement: treated as if the thread hadn't started.
     }
     state.Running = false;
     AnnounceControlServer(false);
     SetLastErrorText(TEXT("Failed to start Orvane MCP control server thread."));
     return 0;
 } catch (const std::bad_alloc&) {
-    // No memory for the names: nothing has been started.
+    // Out of memory for the names: nothing was started.
     return 0;
 }
 
@@ -97,6 +97,6 @@ void OrvaneMcp_StopControlServer() {
         ClearClients();
         state.HostWindow = nullptr;
     }
-    // The slot may be another viewer's by now, so a stop without a server leaves it alone.
+    // Without a server of ours the slot may be another viewer's, so it is left alone.
     if (wasRunning) AnnounceControlServer(false);
 }

@@ -22,7 +22,7 @@ std::atomic<std::int32_t>& SessionsAt(SessionStage stage) {
     return ServerState().SessionsByStage[static_cast<std::size_t>(stage)];
 }
 
-/// Takes the client off the list and ends its connection, whichever way the session leaves.
+/// Removes the client from the list and ends its connection, however the session ends.
 class SessionEnd {
   public:
     explicit SessionEnd(ClientSession& session) : session_(session) {}
@@ -31,6 +31,7 @@ class SessionEnd {
     ~SessionEnd() {
         session_.Count.Enter(SessionStage::Ending);
         RemoveClient(session_.ClientId, session_.ServerRun);
+        // Closing alone may come late: a DisconnectClients under way holds the handle too.
         DisconnectNamedPipe(session_.Pipe->Pipe.Get());
         session_.Pipe.reset();
     }
@@ -39,8 +40,8 @@ class SessionEnd {
     ClientSession& session_;
 };
 
-/// Reads the greeting, which is all that the first read gives, and takes the client's name out of it. Always gives a
-/// name. Blocks for as long as the client is silent.
+/// Reads the greeting, which is whatever the first read returns, and extracts the client's name. Always returns a name.
+/// Blocks while the client says nothing.
 WideString ReadClientHello(PipeInstance& instance) {
     char buffer[LongestHelloLine + 1] = {};
     DWORD count = 0;
@@ -57,12 +58,12 @@ WideString ReadClientHello(PipeInstance& instance) {
     return units <= 0 ? Utf8ToWide(UnnamedClient) : WideString(name, static_cast<std::size_t>(units));
 }
 
-/// True while the session may take up another line.
+/// True while the session may carry out another line.
 bool MayServe(const ClientSession& session) {
     return IsServing(session.ServerRun) && !session.Pipe->Leaving;
 }
 
-/// Adds what has arrived to `pending`, 512 bytes at most, without waiting for more. False once the connection is gone.
+/// Appends what has arrived to `pending`, up to 512 bytes, without waiting for more. False once the connection is gone.
 bool ReadAvailable(PipeInstance& instance, std::string& pending) {
     const PipeCall call(instance);
     const HANDLE pipe = instance.Pipe.Get();
@@ -76,7 +77,7 @@ bool ReadAvailable(PipeInstance& instance, std::string& pending) {
     return true;
 }
 
-/// Dispatches the whole lines in `pending` and leaves the rest. `searched` is how much of it is known to hold none.
+/// Dispatches the complete lines in `pending` and keeps the rest. The first `searched` bytes hold no line feed.
 void DispatchLines(ClientSession& session, std::string& pending, std::size_t& searched) {
     std::size_t start = 0;
     for (std::size_t lineFeed = 0; (lineFeed = pending.find('\n', searched)) != std::string::npos;) {
@@ -96,7 +97,7 @@ unsigned WINAPI RunSessionThread(void* argument) {
     try {
         RunClientSession(*session);
     } catch (...) {
-        // Out of memory. This connection was closed properly, and all others go on.
+        // Out of memory. This connection was closed properly, and the others keep running.
     }
     return 0;
 }
@@ -118,14 +119,13 @@ void SessionCount::Enter(SessionStage stage) {
     ++SessionsAt(stage);
 }
 
-bool StartClientSession(std::shared_ptr<PipeInstance> pipe, std::uint64_t serverRun) try {
-    // Counted from here on, before its thread exists: a stop can't overlook a session that has not begun to run.
+void StartClientSession(std::shared_ptr<PipeInstance> pipe, std::uint64_t serverRun) try {
+    // Counted from here on, before its thread exists, so that a stop can't overlook a session that hasn't begun to run.
+    // Once started, the thread owns it.
     std::unique_ptr<ClientSession> session(new ClientSession{std::move(pipe), serverRun});
-    if (!StartDetachedThread(RunSessionThread, session.get())) return false;
-    static_cast<void>(session.release());  // the thread owns it now
-    return true;
+    if (StartDetachedThread(RunSessionThread, session.get())) static_cast<void>(session.release());
 } catch (const std::bad_alloc&) {
-    return false;
+    // Out of memory for a session: the connection closes with its last owner.
 }
 
 void RunClientSession(ClientSession& session) {

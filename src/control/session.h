@@ -1,4 +1,5 @@
-/// One connected client's thread: takes its greeting, registers it, cuts its bytes into lines and has them answered.
+/// The thread of one connected client: reads its greeting, registers it, cuts its bytes into lines and has each
+/// answered.
 #pragma once
 
 #include "control/pipe_instance.h"
@@ -8,7 +9,7 @@
 #include <cstdint>
 #include <memory>
 
-/// Counts one session for as long as it lives, and notes its stage. A stop waits for these counts.
+/// Counts one session while it lives, and keeps track of its stage. A stop waits until none is counted.
 class SessionCount {
   public:
     SessionCount();
@@ -22,8 +23,8 @@ class SessionCount {
     SessionStage stage_ = SessionStage::Starting;
 };
 
-/// What a session is made of. It belongs to the run of the server that accepted it and ends with it, even when the
-/// server has been started again meanwhile.
+/// A session belongs to the run of the server that accepted it and ends with that run, even if the server has been
+/// started again since.
 struct ClientSession {
     std::shared_ptr<PipeInstance> Pipe;
     std::uint64_t ServerRun = 0;
@@ -31,12 +32,11 @@ struct ClientSession {
     SessionCount Count = {};
 };
 
-/// Starts a detached session thread for a connected instance. False when no thread can be started: the connection
-/// closes as its last owner lets go.
-bool StartClientSession(std::shared_ptr<PipeInstance> pipe, std::uint64_t serverRun);
+/// Starts a session on a thread of its own for a connected instance. When no thread can be started, the connection is
+/// closed.
+void StartClientSession(std::shared_ptr<PipeInstance> pipe, std::uint64_t serverRun);
 
-/// Serves the client until it leaves, a reply can't be written to it, its connection is ended from outside or its run
-/// of the server is over.
-/// Throws std::bad_alloc when the client's pending input or a command outgrows memory; the client is off the list
-/// then, as on every other way out.
+/// Serves the client until it leaves, a reply can't be written, the connection is ended from outside or the run of the
+/// server is over. Throws std::bad_alloc when the pending input or a command outgrows memory. On every way out the
+/// client is off the list and its connection closed.
 void RunClientSession(ClientSession& session);

@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::int32_t ApiVersion = 11;
 
-/// Copies `text` into a host's buffer, cut to fit. The caller holds ServerLock, and the buffer is usable.
+/// Copies `text` into a usable buffer of the host's, cut to fit. The caller holds ServerLock.
 void CopyOut(const WideString& text, WCHAR* buffer, std::int32_t capacity) {
     wcsncpy_s(buffer, static_cast<std::size_t>(capacity), text.c_str(), _TRUNCATE);
 }
@@ -35,7 +35,7 @@ void SetLastErrorText(const WCHAR* text) {
 }
 
 bool IsServing(std::uint64_t serverRun) {
-    // Running is read first: a start raises the run's number before it sets the flag, so an old run can't see both.
+    // Running is read first: a start raises the run number before it sets the flag, so an old run never sees both.
     return ServerState().Running && ServerState().ServerRun == serverRun;
 }
 

@@ -2,9 +2,11 @@
 
 #include "hostlink/client_identity.h"
 #include "hostlink/discovery.h"
+#include "platform/error_text.h"
 #include "platform/module.h"
 #include "platform/owned.h"
 #include "protocol/control_protocol.h"
+#include "text/trace.h"
 #include "text/trim.h"
 #include "text/wide.h"
 
@@ -42,6 +44,7 @@ ControlLink& Link() {
 /// Closes the connection. The caller holds ControlMutex.
 void CloseLocked() {
     const OwnedHandle closing(Link().ControlHandle.exchange(INVALID_HANDLE_VALUE));
+    if (closing) Trace("connection closed");
 }
 
 /// True when one write took the whole text.
@@ -64,26 +67,44 @@ bool IsLocalPipeName(const WideString& name) {
     return true;
 }
 
+/// The refusals that one search has traced. It walks over the pipes ten times a second, mostly to the same result.
+using TracedRefusals = std::vector<std::pair<WideString, DWORD>>;
+
+void TraceRefusal(TracedRefusals& traced, const WideString& name, DWORD error) {
+    const std::pair refusal(name, error);
+    if (TraceLevel == 0 || std::find(traced.begin(), traced.end(), refusal) != traced.end()) return;
+    traced.push_back(refusal);
+    if (!IsLocalPipeName(name)) return Trace(name, " is not a pipe of this machine and is never opened");
+    Trace(name, " did not open: Windows error ", error, ". ", SystemErrorText(error));
+}
+
 /// One walk over the pipes that may have a viewer at the other end. Returns the first that opens, or nothing.
-OwnedHandle OpenFirstPipe() {
+OwnedHandle OpenFirstPipe(TracedRefusals& traced) {
     for (const WideString& name : FindControlPipes()) {
-        if (!IsLocalPipeName(name)) continue;
-        OwnedHandle pipe(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                                     FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (pipe) return pipe;
+        DWORD error = ERROR_SUCCESS;
+        if (IsLocalPipeName(name)) {
+            OwnedHandle pipe(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                         FILE_ATTRIBUTE_NORMAL, nullptr));
+            error = GetLastError();
+            if (pipe) Trace(name, " opened");
+            if (pipe) return pipe;
+        }
+        TraceRefusal(traced, name, error);
         // The next pass comes back to a busy pipe; in this one the others have their turn.
-        if (GetLastError() == ERROR_PIPE_BUSY) WaitNamedPipeW(name.c_str(), BusyPipeWait);
+        if (error == ERROR_PIPE_BUSY) WaitNamedPipeW(name.c_str(), BusyPipeWait);
     }
     return {};
 }
 
 /// Searches until a pipe opens or `timeoutMs` is over, which is looked at between two passes only.
 OwnedHandle SearchPipe(DWORD timeoutMs) {
+    TracedRefusals traced;
     const DWORD start = GetTickCount();
     while (GetTickCount() - start < timeoutMs) {
-        if (OwnedHandle pipe = OpenFirstPipe()) return pipe;
+        if (OwnedHandle pipe = OpenFirstPipe(traced)) return pipe;
         Sleep(PauseBetweenPasses);
     }
+    Trace("searched for ", GetTickCount() - start, " ms: ", traced.empty() ? "no viewer found" : "no pipe opened");
     return {};
 }
 
@@ -91,9 +112,13 @@ OwnedHandle SearchPipe(DWORD timeoutMs) {
 /// like any other, and nothing ends a read that waits: so only what has arrived is read, until the time is up.
 bool IsGreetingAnswered(HANDLE pipe) {
     std::string answer;
-    for (const DWORD start = GetTickCount(); GetTickCount() - start < GreetingTimeOut; Sleep(GreetingPause)) {
+    const DWORD start = GetTickCount();
+    for (; GetTickCount() - start < GreetingTimeOut; Sleep(GreetingPause)) {
         DWORD available = 0;
-        if (PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) == 0) return false;
+        if (PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) == 0) {
+            Trace("greeting refused: Windows error ", GetLastError());
+            return false;
+        }
         if (available == 0) continue;
         char chunk[ReadSize];
         DWORD count = 0;
@@ -102,8 +127,13 @@ bool IsGreetingAnswered(HANDLE pipe) {
         const std::size_t lineFeed = arrived.find('\n');
         // A longer line is not "OK", whatever follows: the rest of it is only read to its end.
         if (answer.size() < ReadSize) answer.append(arrived.substr(0, lineFeed));
-        if (lineFeed != std::string_view::npos) return WithoutLineEnd(answer) == HelloReply;
+        if (lineFeed == std::string_view::npos) continue;
+        const bool accepted = WithoutLineEnd(answer) == HelloReply;
+        Trace(accepted ? "greeting accepted after " : "greeting answered with something else after ",
+              GetTickCount() - start, " ms", TraceContents{answer});
+        return accepted;
     }
+    Trace("greeting not answered in ", GreetingTimeOut, " ms");
     return false;
 }
 
@@ -120,8 +150,17 @@ bool Greet(HANDLE pipe, std::string_view clientName) {
 
 /// Writes the line and reads its reply.
 std::optional<std::string> Exchange(HANDLE pipe, std::string_view line) {
-    if (!WriteWhole(pipe, line) || !WriteWhole(pipe, "\n")) return std::nullopt;
-    return ReadControlLine(pipe);
+    const DWORD start = GetTickCount();
+    Trace("sending a line of ", line.size(), " bytes", TraceContents{line});
+    const bool sent = WriteWhole(pipe, line) && WriteWhole(pipe, "\n");
+    std::optional<std::string> reply = sent ? ReadControlLine(pipe) : std::nullopt;
+    const DWORD error = GetLastError();
+    if (reply) {
+        Trace("reply of ", reply->size(), " bytes after ", GetTickCount() - start, " ms", TraceContents{*reply});
+    } else {
+        Trace(sent ? "no reply" : "not sent", " after ", GetTickCount() - start, " ms: Windows error ", error);
+    }
+    return reply;
 }
 
 /// One look of the watcher.

@@ -7,7 +7,7 @@
 /// What follows the id in the reply to `initialize`, from the comma to the brace that closes the message.
 extern const std::string_view InitializeResultText;
 
-/// What follows the id in the reply to `tools/list`: the 19 tools, from the comma to the closing brace.
+/// What follows the id in the reply to `tools/list`: all tools, from the comma to the closing brace.
 extern const std::string_view ToolListResultText;
 
 /// The whole answer of the tool `list_commands`, as plain text of several lines.

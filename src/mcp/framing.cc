@@ -1,7 +1,11 @@
 #include "mcp/framing.h"
 
+#include "mcp/json_text.h"
+#include "platform/streams.h"
+#include "text/trace.h"
 #include "text/trim.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -15,72 +19,128 @@ char LowerAscii(char byte) {
 }
 
 /// ReadInputLine without the line end.
-bool ReadStrippedLine(std::string& line) {
-    if (!ReadInputLine(line)) return false;
-    line.resize(WithoutLineEnd(line).size());
-    return true;
+std::optional<std::string> ReadStrippedLine() {
+    std::optional<std::string> line = ReadInputLine();
+    if (line) line->resize(WithoutLineEnd(*line).size());
+    return line;
+}
+
+/// Calls `write(piece)` for the bytes of `part` as they go out.
+template <typename Write>
+void ForEachPiece(const MessagePart& part, Write write) {
+    if (part.Escaped) return EscapeJsonText(part.Text, write);
+    write(part.Text);
+}
+
+/// Gathers small pieces into blocks for standard output, which takes a lock on each call.
+class BlockWriter {
+  public:
+    void Write(std::string_view piece) {
+        if (piece.size() > sizeof block_ - used_) Flush();
+        if (piece.size() > sizeof block_) {
+            std::fwrite(piece.data(), 1, piece.size(), stdout);
+        } else {
+            used_ += piece.copy(block_ + used_, piece.size());
+        }
+    }
+    void Flush() {
+        std::fwrite(block_, 1, used_, stdout);
+        used_ = 0;
+    }
+
+  private:
+    char block_[4096];
+    std::size_t used_ = 0;
+};
+
+/// Traces a message that was written: its length, and the beginning of its contents.
+void TraceAnswer(std::initializer_list<MessagePart> parts) {
+    if (TraceLevel == 0) return;
+    char beginning[512];
+    std::size_t kept = 0, length = 0;
+    for (const MessagePart& part : parts) {
+        ForEachPiece(part, [&](std::string_view piece) {
+            length += piece.size();
+            kept += piece.copy(beginning + kept, sizeof beginning - kept);
+        });
+    }
+    Trace("answer of ", length, " bytes written", TraceContents{{beginning, kept}});
 }
 
 }  // namespace
 
-bool ReadInputLine(std::string& line) {
-    line.clear();
-    for (int byte; (byte = std::fgetc(stdin)) != EOF;) {
-        line.push_back(static_cast<char>(byte));
-        if (byte == '\n') break;
+std::optional<std::string> ReadInputLine() {
+    // The line grows by blocks: growing it for each byte takes longer than reading the byte.
+    char block[4096];
+    std::size_t used = 0;
+    std::string line;
+    for (int byte = 0; byte != '\n' && (byte = ReadByteUnlocked(stdin)) != EOF;) {
+        block[used++] = static_cast<char>(byte);
+        if (used == sizeof block) {
+            line.append(block, used);
+            used = 0;
+        }
     }
-    return !line.empty();
+    line.append(block, used);
+    if (line.empty()) return std::nullopt;
+    return line;
 }
 
-bool ParseContentLength(const std::string& line, std::size_t& length) {
+std::optional<std::size_t> ParseContentLength(const std::string& line) {
     constexpr std::string_view header = "content-length:";
-    if (line.size() < header.size()) return false;
-    for (std::size_t i = 0; i < header.size(); ++i) {
-        if (LowerAscii(line[i]) != header[i]) return false;
-    }
-    // strtoull passes over the blanks and tabs in front of the number. A negative number wraps to a huge one.
-    const char* const digits = line.c_str() + header.size();
-    char* end = nullptr;
-    const unsigned long long number = std::strtoull(digits, &end, 10);
-    if (end == digits || number < 1 || number > LargestFramedBody) return false;
-    length = static_cast<std::size_t>(number);
-    return true;
+    const std::string_view start = std::string_view(line).substr(0, header.size());
+    const auto sameLetter = [](char byte, char lower) { return LowerAscii(byte) == lower; };
+    if (!std::equal(start.begin(), start.end(), header.begin(), header.end(), sameLetter)) return std::nullopt;
+    // strtoull skips the blanks and tabs before the number. It returns 0 without digits, and a negative number wraps to
+    // a huge one: neither is in range.
+    const unsigned long long number = std::strtoull(line.c_str() + header.size(), nullptr, 10);
+    if (number < 1 || number > LargestFramedBody) return std::nullopt;
+    return static_cast<std::size_t>(number);
 }
 
-bool ReadMcpMessage(std::string& out) {
-    out.clear();
+std::optional<std::string> ReadMcpMessage() {
+    std::optional<std::string> line;
     do {
-        if (!ReadStrippedLine(out)) return false;
-    } while (out.empty());
+        line = ReadStrippedLine();
+        if (!line) return std::nullopt;
+    } while (line->empty());
 
-    std::size_t length = 0;
-    FramedOutput = ParseContentLength(out, length);
-    if (!FramedOutput) return true;
-
-    while (ReadStrippedLine(out) && !out.empty()) {
+    const std::optional<std::size_t> length = ParseContentLength(*line);
+    FramedOutput = length.has_value();
+    if (!length) {
+        Trace("message of ", line->size(), " bytes, a bare line", TraceContents{*line});
+        return line;
     }
-    out.assign(length, '\0');
-    for (std::size_t arrived = 0; arrived < length;) {
-        const std::size_t count = std::fread(out.data() + arrived, 1, length - arrived, stdin);
-        if (count == 0) return false;
+
+    do {
+        line = ReadStrippedLine();
+    } while (line && !line->empty());
+    std::string body(*length, '\0');
+    for (std::size_t arrived = 0; arrived < body.size();) {
+        const std::size_t count = std::fread(body.data() + arrived, 1, body.size() - arrived, stdin);
+        if (count == 0) return std::nullopt;
         arrived += count;
     }
-    return true;
+    Trace("message of ", body.size(), " bytes, framed", TraceContents{body});
+    return body;
 }
 
-void WriteMcpMessage(std::string_view body) {
-    WriteMcpMessage({body});
-}
-
-void WriteMcpMessage(std::initializer_list<std::string_view> parts) {
+void WriteMcpMessage(std::initializer_list<MessagePart> parts) {
+    BlockWriter out;
     if (FramedOutput) {
         std::size_t length = 0;
-        for (const std::string_view part : parts) length += part.size();
+        for (const MessagePart& part : parts) {
+            ForEachPiece(part, [&](std::string_view piece) { length += piece.size(); });
+        }
         char header[64];
         std::snprintf(header, sizeof header, "Content-Length: %zu\r\n\r\n", length);
-        std::fputs(header, stdout);
+        out.Write(header);
     }
-    for (const std::string_view part : parts) std::fwrite(part.data(), 1, part.size(), stdout);
-    if (!FramedOutput) std::fputc('\n', stdout);
+    for (const MessagePart& part : parts) {
+        ForEachPiece(part, [&](std::string_view piece) { out.Write(piece); });
+    }
+    if (!FramedOutput) out.Write("\n");
+    out.Flush();
     std::fflush(stdout);
+    TraceAnswer(parts);
 }

@@ -1,31 +1,44 @@
-/// Turns standard input into messages and messages into standard output. A message comes behind a Content-Length
-/// header block or as one bare line; each reply goes out in the framing of the message read last.
+/// Turns standard input into messages and messages into standard output. A message follows a Content-Length header
+/// block or is one bare line; each reply uses the framing of the last message read.
 /// Everything here runs on the bridge's calling thread.
 #pragma once
 
 #include <cstddef>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 
 /// The largest body that a header may announce; the smallest is 1 byte.
 inline constexpr std::size_t LargestFramedBody = 33554432;
 
-/// How every reply begins; the id's text follows.
+/// How every reply begins; the id follows.
 inline constexpr std::string_view ReplyHead = R"({"jsonrpc":"2.0","id":)";
 
-/// Reads the next message into `out`, blocking for as long as the client is silent. False when input ended first;
-/// what had come of an unfinished message is dropped.
-bool ReadMcpMessage(std::string& out);
+/// Reads the next message, blocking until it is complete. Nothing when input ended first; an unfinished message is
+/// dropped. Throws std::bad_alloc for a message larger than memory.
+[[nodiscard]] std::optional<std::string> ReadMcpMessage();
 
-/// Writes one message and flushes. A client that has gone away is not noticed here: its input ends as well.
-void WriteMcpMessage(std::string_view body);
+/// One part of a message to write: bytes that go out unchanged, or text that is escaped for the inside of a JSON
+/// string. It only refers to the text.
+struct MessagePart {
+    std::string_view Text;
+    bool Escaped;
 
-/// The same for a body in parts, which are not joined first: one of them may be a long constant text.
-void WriteMcpMessage(std::initializer_list<std::string_view> parts);
+    constexpr MessagePart(std::string_view text, bool escaped = false) : Text(text), Escaped(escaped) {}
+};
 
-/// Reads one line, its line end included. A last line without a line feed still counts; false when there is none.
-bool ReadInputLine(std::string& line);
+/// The part that puts `text` inside a JSON string.
+constexpr MessagePart JsonText(std::string_view text) {
+    return {text, true};
+}
 
-/// True when `line`, without its line end, is a usable Content-Length header; `length` takes its number of bytes.
-bool ParseContentLength(const std::string& line, std::size_t& length);
+/// Writes one message and flushes. The parts go out from where they are: nothing is allocated, so a message is never
+/// written in half for want of memory. Write errors are ignored, since the input of a client that is gone ends too.
+void WriteMcpMessage(std::initializer_list<MessagePart> parts);
+
+/// Reads one line, including its line feed. A last line without a line feed still counts; nothing when input has ended.
+[[nodiscard]] std::optional<std::string> ReadInputLine();
+
+/// The length in a Content-Length header, given without its line end; nothing when `line` is not a usable one.
+[[nodiscard]] std::optional<std::size_t> ParseContentLength(const std::string& line);

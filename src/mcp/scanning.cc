@@ -1,27 +1,24 @@
 #include "mcp/scanning.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace {
 
-/// Finds where the value of `key` begins.
-bool FindValue(std::string_view message, std::string_view key, std::size_t& position) {
+/// The message from the value of `key` on; empty when there is none.
+std::string_view TextFromValue(std::string_view message, std::string_view key) {
     const std::string pattern = '"' + std::string(key) + '"';
     const std::size_t found = message.find(pattern);
-    if (found == std::string_view::npos) return false;
+    if (found == std::string_view::npos) return {};
     const std::size_t colon = message.find(':', found + pattern.size());
-    if (colon == std::string_view::npos) return false;
-    position = colon + 1;
-    SkipJsonWhitespace(message, position);
-    return position < message.size();
+    if (colon == std::string_view::npos) return {};
+    return message.substr(SkipJsonWhitespace(message, colon + 1));
 }
 
 bool IsDigit(char byte) {
     return byte >= '0' && byte <= '9';
 }
 
-/// What a backslash and `byte` stand for in a string.
+/// What a backslash and `byte` mean in a string.
 char UnescapedByte(char byte) {
     switch (byte) {
         case 'b': return '\b';
@@ -33,129 +30,114 @@ char UnescapedByte(char byte) {
     }
 }
 
-/// Moves `position`, at an opening quote, behind the closing one.
-bool SkipString(std::string_view message, std::size_t& position) {
+/// The position after a part of the message; nothing when that part is not well formed.
+using End = std::optional<std::size_t>;
+
+bool IsAt(std::string_view message, std::size_t position, char byte) {
+    return position < message.size() && message[position] == byte;
+}
+
+/// Skips a string from its opening quote.
+End SkipString(std::string_view message, std::size_t position) {
     for (++position; position < message.size(); ++position) {
-        if (message[position] == '"') {
-            ++position;
-            return true;
-        }
+        if (message[position] == '"') return position + 1;
         if (message[position] == '\\') ++position;
     }
-    position = message.size();
-    return false;
+    return std::nullopt;
 }
 
-bool SkipValue(std::string_view message, std::size_t& position, int depth);
+End SkipValue(std::string_view message, std::size_t position, int depth);
 
-/// Passes the key of an object's member and the colon behind it.
-bool SkipMemberKey(std::string_view message, std::size_t& position) {
-    if (message[position] != '"' || !SkipString(message, position)) return false;
-    SkipJsonWhitespace(message, position);
-    if (position >= message.size() || message[position] != ':') return false;
-    ++position;
-    return true;
+/// Skips the key of an object's member and the colon after it.
+End SkipMemberKey(std::string_view message, std::size_t position) {
+    if (!IsAt(message, position, '"')) return std::nullopt;
+    const End key = SkipString(message, position);
+    if (!key) return std::nullopt;
+    const std::size_t colon = SkipJsonWhitespace(message, *key);
+    if (!IsAt(message, colon, ':')) return std::nullopt;
+    return colon + 1;
 }
 
-/// Passes an object or an array. `depth` counts the containers around this one.
-bool SkipContainer(std::string_view message, std::size_t& position, char open, char close, int depth) {
-    if (depth >= DeepestJsonNesting || position >= message.size() || message[position] != open) return false;
+/// Skips one element of an array, or one member of an object, and the blanks after it.
+End SkipElement(std::string_view message, std::size_t position, bool isMember, int depth) {
+    End end = position;
+    if (isMember) end = SkipMemberKey(message, position);
+    if (end) end = SkipValue(message, *end, depth);
+    if (end) end = SkipJsonWhitespace(message, *end);
+    return end;
+}
+
+/// Skips an object or an array from its opening bracket to `close`. `depth` counts the containers around it.
+End SkipContainer(std::string_view message, std::size_t position, char close, int depth) {
+    if (depth == DeepestJsonNesting) return std::nullopt;
     do {
-        ++position;  // behind the opening bracket, or behind a comma
-        SkipJsonWhitespace(message, position);
-        if (position >= message.size()) return false;
-        if (message[position] == close) break;
-        if (open == '{' && !SkipMemberKey(message, position)) return false;
-        if (!SkipValue(message, position, depth + 1)) return false;
-        SkipJsonWhitespace(message, position);
-        if (position >= message.size()) return false;
-    } while (message[position] == ',');
-    if (message[position] != close) return false;
-    ++position;
-    return true;
+        position = SkipJsonWhitespace(message, position + 1);  // past the opening bracket, or past a comma
+        if (IsAt(message, position, close)) break;
+        const End end = SkipElement(message, position, close == '}', depth + 1);
+        if (!end) return std::nullopt;
+        position = *end;
+    } while (IsAt(message, position, ','));
+    if (!IsAt(message, position, close)) return std::nullopt;
+    return position + 1;
 }
 
-bool SkipValue(std::string_view message, std::size_t& position, int depth) {
-    SkipJsonWhitespace(message, position);
-    if (position >= message.size()) return false;
-    switch (message[position]) {
-        case '"': return SkipString(message, position);
-        case '{': return SkipContainer(message, position, '{', '}', depth);
-        case '[': return SkipContainer(message, position, '[', ']', depth);
-        default: break;
-    }
-    const std::size_t start = position;
-    position = std::min(message.find_first_of(",}]\r\n", start), message.size());
-    return position > start;
+End SkipValue(std::string_view message, std::size_t position, int depth) {
+    position = SkipJsonWhitespace(message, position);
+    if (IsAt(message, position, '"')) return SkipString(message, position);
+    if (IsAt(message, position, '{')) return SkipContainer(message, position, '}', depth);
+    if (IsAt(message, position, '[')) return SkipContainer(message, position, ']', depth);
+    const std::size_t end = std::min(message.find_first_of(",}]\r\n", position), message.size());
+    if (end == position) return std::nullopt;
+    return end;
 }
 
 }  // namespace
 
-void SkipJsonWhitespace(std::string_view message, std::size_t& position) {
-    position = std::min(message.find_first_not_of(" \t\r\n", position), message.size());
+std::size_t SkipJsonWhitespace(std::string_view message, std::size_t position) {
+    return std::min(message.find_first_not_of(" \t\r\n", position), message.size());
 }
 
-bool SkipJsonValue(std::string_view message, std::size_t& position) {
+std::optional<std::size_t> SkipJsonValue(std::string_view message, std::size_t position) {
     return SkipValue(message, position, 0);
 }
 
-bool SkipJsonObject(std::string_view message, std::size_t& position) {
-    return SkipContainer(message, position, '{', '}', 0);
-}
-
-bool SkipJsonArray(std::string_view message, std::size_t& position) {
-    return SkipContainer(message, position, '[', ']', 0);
-}
-
-bool FindJsonString(std::string_view message, std::string_view key, std::string& out) {
-    out.clear();
-    std::size_t position = 0;
-    if (!FindValue(message, key, position) || message[position] != '"') return false;
+std::optional<std::string> FindJsonString(std::string_view message, std::string_view key) {
+    const std::string_view value = TextFromValue(message, key);
+    if (!value.starts_with('"')) return std::nullopt;
     std::string text;
-    for (++position; position < message.size(); ++position) {
-        char byte = message[position];
-        if (byte == '"') {
-            out = std::move(text);
-            return true;
+    for (std::size_t i = 1; i < value.size(); ++i) {
+        if (value[i] == '"') return text;
+        if (value[i] != '\\') {
+            text.push_back(value[i]);
+        } else if (++i < value.size()) {
+            text.push_back(UnescapedByte(value[i]));
         }
-        if (byte == '\\') {
-            if (++position == message.size()) return false;
-            byte = UnescapedByte(message[position]);
-        }
-        text.push_back(byte);
     }
-    return false;
+    return std::nullopt;
 }
 
-bool FindJsonInt(std::string_view message, std::string_view key, std::int32_t& out) {
-    std::size_t position = 0;
-    if (!FindValue(message, key, position)) return false;
-    const bool negative = message[position] == '-';
-    if (negative) ++position;
-    if (position == message.size() || !IsDigit(message[position])) return false;
+std::optional<std::int32_t> FindJsonInt(std::string_view message, std::string_view key) {
+    std::string_view digits = TextFromValue(message, key);
+    const bool negative = digits.starts_with('-');
+    if (negative) digits.remove_prefix(1);
+    if (digits.empty() || !IsDigit(digits.front())) return std::nullopt;
     std::uint32_t value = 0;
-    for (; position < message.size() && IsDigit(message[position]); ++position) {
-        value = value * 10 + static_cast<std::uint32_t>(message[position] - '0');
+    for (; !digits.empty() && IsDigit(digits.front()); digits.remove_prefix(1)) {
+        value = value * 10 + static_cast<std::uint32_t>(digits.front() - '0');
     }
-    out = static_cast<std::int32_t>(negative ? 0 - value : value);
-    return true;
+    return static_cast<std::int32_t>(negative ? 0 - value : value);
 }
 
-bool FindJsonBool(std::string_view message, std::string_view key, bool& out) {
-    std::size_t position = 0;
-    if (!FindValue(message, key, position)) return false;
-    const std::string_view value = message.substr(position);
-    if (!value.starts_with("true") && !value.starts_with("false")) return false;
-    out = value.starts_with("true");
-    return true;
+std::optional<bool> FindJsonBool(std::string_view message, std::string_view key) {
+    const std::string_view value = TextFromValue(message, key);
+    if (value.starts_with("true")) return true;
+    if (value.starts_with("false")) return false;
+    return std::nullopt;
 }
 
-bool FindJsonRawValue(std::string_view message, std::string_view key, std::string& out) {
-    out.clear();
-    std::size_t position = 0;
-    if (!FindValue(message, key, position)) return false;
-    const std::size_t start = position;
-    if (!SkipJsonValue(message, position) || position == start) return false;
-    out = message.substr(start, position - start);
-    return true;
+std::optional<std::string_view> FindJsonRawValue(std::string_view message, std::string_view key) {
+    const std::string_view value = TextFromValue(message, key);
+    const End end = SkipJsonValue(value, 0);
+    if (!end) return std::nullopt;
+    return value.substr(0, *end);
 }

@@ -1,40 +1,37 @@
-/// Flat scanners that fetch a tool's arguments from the text of a message, in place of a JSON parser.
+/// Flat scanners that fetch a tool's arguments from the text of a message, instead of a JSON parser.
 ///
-/// Each Find operation takes the first place in the whole message where the quoted key stands, at any depth, then
-/// the first colon behind it, then the value behind that. A key that is absent and a value of another type both give
-/// false. All are pure functions; a zero byte in the message is a byte like any other.
+/// Each Find operation takes the first occurrence of the quoted key in the whole message, at any depth, then the first
+/// colon after it, then the value after that. It returns nothing when the key is absent or the value has another type.
+/// All are pure functions; a zero byte in the message is a byte like any other.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
-/// The unescaped string behind `key`. There is no \u decoding: a backslash and any letter without a meaning of its
-/// own give that letter. On false `out` is empty.
-bool FindJsonString(std::string_view message, std::string_view key, std::string& out);
+/// The unescaped string value of `key`. \u is not decoded: a backslash and a letter without a meaning of its own
+/// become that letter.
+[[nodiscard]] std::optional<std::string> FindJsonString(std::string_view message, std::string_view key);
 
-/// The integer behind `key`, wrapping at 32 bits; what follows its digits is not looked at. On false `out` keeps
-/// its value, so that a default can stand there beforehand.
-bool FindJsonInt(std::string_view message, std::string_view key, std::int32_t& out);
+/// The integer value of `key`, wrapping at 32 bits. What follows its digits is ignored.
+[[nodiscard]] std::optional<std::int32_t> FindJsonInt(std::string_view message, std::string_view key);
 
-/// The boolean behind `key`. On false `out` keeps its value.
-bool FindJsonBool(std::string_view message, std::string_view key, bool& out);
+/// The boolean value of `key`.
+[[nodiscard]] std::optional<bool> FindJsonBool(std::string_view message, std::string_view key);
 
-/// The source text of the value behind `key`, unchanged: a string with its quotes, an array with its inner blanks.
-/// On false `out` is empty.
-bool FindJsonRawValue(std::string_view message, std::string_view key, std::string& out);
+/// The source text of the value of `key`, as a view into `message`: a string with its quotes, an array with its inner
+/// blanks. Never empty.
+[[nodiscard]] std::optional<std::string_view> FindJsonRawValue(std::string_view message, std::string_view key);
 
-/// Moves `position` over blanks, tabs, carriage returns and line feeds, to the message's end at most.
-void SkipJsonWhitespace(std::string_view message, std::size_t& position);
+/// The position of the first byte at or after `position` that is not a blank, tab, carriage return or line feed, or
+/// the message's length.
+[[nodiscard]] std::size_t SkipJsonWhitespace(std::string_view message, std::size_t position);
 
-/// How many containers may stand inside one another.
+/// How deep containers may be nested.
 inline constexpr int DeepestJsonNesting = 512;
 
-/// Moves `position` behind one value. False when none can be passed, or when it is nested too deep; the position
-/// then stands where the scan stopped. Bare words are not validated, and a comma may stand before a closing bracket.
-bool SkipJsonValue(std::string_view message, std::size_t& position);
-
-/// The same, for an object whose `{`, or an array whose `[`, stands at `position`.
-bool SkipJsonObject(std::string_view message, std::size_t& position);
-bool SkipJsonArray(std::string_view message, std::size_t& position);
+/// The position after the value at `position`; nothing when no value can be skipped there, or when it is nested too
+/// deep. Bare words are not validated, and a comma is allowed before a closing bracket.
+[[nodiscard]] std::optional<std::size_t> SkipJsonValue(std::string_view message, std::size_t position);

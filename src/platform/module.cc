@@ -11,7 +11,7 @@ std::basic_string<WCHAR> ModulePath(HMODULE module) {
         const DWORD size = length;
         length = GetModuleFileNameW(module, buffer, size);
         if (length == 0) return PathRead::Failed;
-        // A path that was cut is told by the buffer's size: only a length with room to spare counts as whole.
+        // A cut path fills the buffer, so only a length with room to spare is complete.
         return length + 1 < size ? PathRead::Complete : PathRead::BufferTooSmall;
     });
 }

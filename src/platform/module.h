@@ -1,4 +1,4 @@
-/// The module this code stands in, and the paths of modules and processes.
+/// The module that this code is part of, and the paths of modules and processes.
 #pragma once
 
 #include "platform/platform.h"
@@ -6,18 +6,18 @@
 #include <algorithm>
 #include <string>
 
-/// Keeps this library in the process until the process ends, whatever the host frees: from the first thread on,
-/// there is code of ours that may still run. Harmless when called again.
+/// Keeps this library loaded until the process ends, whatever the host frees: once a thread has started, our code may
+/// still run. Safe to call again.
 void PinOwnModule();
 
 /// The full path of `module`; null means the process's main executable. Empty on any failure.
 std::basic_string<WCHAR> ModulePath(HMODULE module);
 
-/// What one attempt to read a path into a buffer came to.
+/// The outcome of one attempt to read a path into a buffer.
 enum class PathRead { Complete, BufferTooSmall, Failed };
 
-/// Reads a path by `read(buffer, length)`, which gets the buffer's size in `length` and leaves the path's there.
-/// The buffer starts at 1024 code units and doubles up to 32768; a path that does not fit then is given up as empty.
+/// Reads a path with `read(buffer, length)`: `length` is the buffer's size on entry and the path's length on return.
+/// The buffer starts at 1024 code units and doubles up to 32768. Returns an empty path when even that is too small.
 template <typename Read>
 std::basic_string<WCHAR> ReadGrowingPath(Read read) {
     constexpr DWORD firstSize = 1024;

@@ -1,4 +1,4 @@
-/// Owners of system resources: each gives its resource back when it goes out of scope.
+/// Owners of system resources: each releases its resource when it goes out of scope.
 #pragma once
 
 #include "platform/platform.h"
@@ -6,8 +6,8 @@
 #include <memory>
 #include <utility>
 
-/// Owns a handle that CloseHandle closes. Empty holds INVALID_HANDLE_VALUE; null counts as empty too, since the
-/// calls of Windows report failure by either.
+/// Owns a handle that CloseHandle closes. Empty means INVALID_HANDLE_VALUE or null, since Windows reports failure with
+/// either.
 class OwnedHandle {
   public:
     OwnedHandle() = default;
@@ -36,7 +36,7 @@ struct RegistryKeyCloser {
 };
 using OwnedRegistryKey = std::unique_ptr<HKEY, RegistryKeyCloser>;
 
-/// A block of the COM task allocator.
+/// A block from the COM task allocator.
 struct TaskMemoryFreer {
     void operator()(WCHAR* block) const { CoTaskMemFree(block); }
 };

@@ -3,12 +3,12 @@
 
 #include "platform/owned.h"
 
-/// The processes of this moment; empty when the system has none to give.
+/// A snapshot of the processes; empty on failure.
 inline OwnedHandle TakeProcessSnapshot() {
     return OwnedHandle(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
 }
 
-/// Calls `visit` with each entry of a snapshot, in the table's order.
+/// Calls `visit` with each entry of a snapshot, in order.
 template <typename Visit>
 void VisitProcesses(const OwnedHandle& snapshot, Visit visit) {
     PROCESSENTRY32W entry{};
@@ -18,7 +18,7 @@ void VisitProcesses(const OwnedHandle& snapshot, Visit visit) {
     }
 }
 
-/// The entry of `processId` in a snapshot; one with id 0 when there is none.
+/// The entry of `processId` in a snapshot; an entry with id 0 when it isn't there.
 inline PROCESSENTRY32W FindProcessEntry(const OwnedHandle& snapshot, DWORD processId) {
     PROCESSENTRY32W found{};
     VisitProcesses(snapshot, [&](const PROCESSENTRY32W& entry) {

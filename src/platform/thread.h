@@ -1,4 +1,4 @@
-/// Threads as the library starts them: one that is waited for, and ones that nobody joins.
+/// The two kinds of threads that the library starts: those that nobody joins, and one that a stop waits for.
 #pragma once
 
 #include "platform/owned.h"

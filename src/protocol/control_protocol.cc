@@ -24,15 +24,17 @@ std::string EscapeReplyText(std::string_view text) {
     static constexpr ByteSet special = MakeByteSet("\n\r\\");
     std::string escaped;
     escaped.reserve(text.size());
-    AppendByRuns(escaped, text, special, [](std::string& out, char byte) {
-        out += '\\';
-        out += byte == '\n' ? 'n' : byte == '\r' ? 'r' : byte;
-    });
+    WalkByRuns(
+        text, special, [&](std::string_view run) { escaped += run; },
+        [&](char byte) {
+            escaped += '\\';
+            escaped += byte == '\n' ? 'n' : byte == '\r' ? 'r' : byte;
+        });
     return escaped;
 }
 
 std::string UnescapeControlText(std::string text, std::size_t start) {
-    // In place, since a text only gets shorter: replies can be large.
+    // In place, because a text only gets shorter and replies can be large.
     std::size_t end = 0;
     for (std::size_t i = start; i < text.size();) {
         const std::size_t backslash = std::min(text.find('\\', i), text.size());

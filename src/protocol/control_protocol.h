@@ -1,8 +1,7 @@
-/// What the bridge and the control server say to each other, and how they find each other: the one header that both
-/// halves of the library include.
+/// What the bridge and the control server say to each other, and how the bridge finds the server.
 ///
-/// On the pipe: a greeting, HELLO and the client's name in one write, answered by "OK"; then request lines, each
-/// answered by one reply line. A line ends with one line feed. All text is UTF-8.
+/// On the pipe: first a greeting, HELLO and the client's name in one write, answered with "OK". Then request lines,
+/// each answered with one reply line. A line ends with a line feed. All text is UTF-8.
 #pragma once
 
 #include "text/wide.h"
@@ -16,10 +15,10 @@
 /// The viewer's image name.
 inline constexpr const WCHAR* ViewerImageName = TEXT("Orvane.exe");
 
-/// The control pipe's name for a process id.
+/// The name of the control pipe for a process id.
 WideString ControlPipeName(DWORD processId);
 
-/// The announcement of a running control server, under HKEY_CURRENT_USER. One slot for the whole user.
+/// The announcement of a running control server, under HKEY_CURRENT_USER. Each user has one slot.
 namespace Announcement {
 inline constexpr const WCHAR* Key = TEXT("Software\\Orvane\\MCP");
 inline constexpr const WCHAR* ControlServerEnabled = TEXT("ControlServerEnabled");  // REG_DWORD, 0 or 1
@@ -31,10 +30,10 @@ inline constexpr const WCHAR* PipeName = TEXT("PipeName");                      
 
 inline constexpr char HelloPrefix[] = "HELLO ";
 
-/// What stands in front of the bridge's process id in its client's name; a rename keeps the name from here on.
+/// Precedes the bridge's process id in a client's name. A rename keeps the old name from here on.
 inline constexpr char BridgeSuffixStart[] = " (bridge pid ";
 
-/// The server takes the greeting with one read of this many bytes; the line feed counts.
+/// The server reads the greeting with one read of this many bytes, line feed included.
 inline constexpr std::size_t LongestHelloLine = 255;
 
 inline constexpr std::string_view HelloReply = "OK";
@@ -52,6 +51,6 @@ std::string ErrorReply(std::string_view text);
 /// second backslash; every other byte stays.
 std::string EscapeReplyText(std::string_view text);
 
-/// Undoes EscapeReplyText in what stands behind the first `start` bytes, and gives that. A backslash before any other
-/// byte, or at the end, stays as it is. Needs no memory beyond `text`.
+/// Drops the first `start` bytes and undoes EscapeReplyText in the rest. A backslash before any other byte, or at the
+/// end, is kept. Works in place: needs no memory beyond `text`.
 std::string UnescapeControlText(std::string text, std::size_t start = 0);

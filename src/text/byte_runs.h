@@ -1,12 +1,11 @@
-/// Walking a text in runs of bytes that need no attention, so that long texts are copied in blocks.
+/// Walking through a text in runs of plain bytes, so that long texts are copied in blocks.
 #pragma once
 
 #include <array>
 #include <cstddef>
-#include <string>
 #include <string_view>
 
-/// The bytes that need attention.
+/// The bytes that end a run.
 using ByteSet = std::array<bool, 256>;
 
 /// The set of the bytes in `bytes`, and of all below `controls`.
@@ -17,7 +16,7 @@ constexpr ByteSet MakeByteSet(std::string_view bytes, unsigned char controls = 0
     return set;
 }
 
-/// The first place from `i` on where a byte of `special` stands, or the text's end.
+/// The position of the first byte of `special` at or after `i`, or the text's length.
 inline std::size_t FindSpecial(std::string_view text, std::size_t i, const ByteSet& special) {
     const auto at = [&](std::size_t k) -> unsigned { return special[static_cast<unsigned char>(text[k])]; };
     // Eight at a time, without a branch for each: most texts are plain for long stretches.
@@ -29,13 +28,13 @@ inline std::size_t FindSpecial(std::string_view text, std::size_t i, const ByteS
     return i;
 }
 
-/// Appends `text` to `out`: each byte of `special` by `append(out, byte)`, the runs between them as they are.
-template <typename Append>
-void AppendByRuns(std::string& out, std::string_view text, const ByteSet& special, Append append) {
-    for (std::size_t run = 0; run < text.size();) {
-        const std::size_t end = FindSpecial(text, run, special);
-        out.append(text, run, end - run);
-        if (end < text.size()) append(out, text[end]);
-        run = end + 1;
+/// Calls `onRun(run)` for each run of plain bytes and `onSpecial(byte)` for each byte of `special`, in their order.
+template <typename OnRun, typename OnSpecial>
+void WalkByRuns(std::string_view text, const ByteSet& special, OnRun onRun, OnSpecial onSpecial) {
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = FindSpecial(text, start, special);
+        if (end > start) onRun(text.substr(start, end - start));
+        if (end < text.size()) onSpecial(text[end]);
+        start = end + 1;
     }
 }

@@ -1,17 +1,7 @@
 #include "tools/control_line.h"
 
 #include <algorithm>
-
-std::string SanitizeField(std::string_view text) {
-    std::string field(text);
-    std::replace_if(
-        field.begin(), field.end(), [](char byte) { return byte == '\t' || byte == '\n' || byte == '\r'; }, ' ');
-    return field;
-}
-
-void AppendEditField(std::string& line, std::string_view key, std::string_view value) {
-    line.append("\t").append(key).append("\t").append(SanitizeField(value));
-}
+#include <iterator>
 
 std::string& ControlLine::NextField() {
     if (hasField_) line_ += '\t';
@@ -20,7 +10,10 @@ std::string& ControlLine::NextField() {
 }
 
 ControlLine& ControlLine::Text(std::string_view value) {
-    NextField() += SanitizeField(value);
+    std::string& line = NextField();
+    std::replace_copy_if(
+        value.begin(), value.end(), std::back_inserter(line),
+        [](char byte) { return byte == '\t' || byte == '\n' || byte == '\r'; }, ' ');
     return *this;
 }
 
@@ -32,4 +25,16 @@ ControlLine& ControlLine::Number(std::int64_t value) {
 ControlLine& ControlLine::Flag(bool value) {
     NextField() += value ? '1' : '0';
     return *this;
+}
+
+ControlLine& ControlLine::TextEdit(std::string_view name, const std::optional<std::string>& value) {
+    if (!value) return *this;
+    hasEdits_ = true;
+    return Text(name).Text(*value);
+}
+
+ControlLine& ControlLine::FlagEdit(std::string_view name, std::optional<bool> value) {
+    if (!value) return *this;
+    hasEdits_ = true;
+    return Text(name).Flag(*value);
 }

@@ -1,26 +1,27 @@
-/// Builds control lines: a verb and its fields, one tab between two fields, no line feed.
+/// Builds control lines: a verb and its fields, with a tab between two fields and no line feed.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
-/// `text` with every tab, line feed and carriage return turned into a blank, so that a value can neither end the
-/// line nor shift a later field.
-std::string SanitizeField(std::string_view text);
-
-/// Appends a tab, `key`, a tab and the sanitised `value`: one edit of an update verb.
-void AppendEditField(std::string& line, std::string_view key, std::string_view value);
-
-/// A positional line under construction. The verb brings its own tab, which stands before the first field.
+/// A line under construction. The verb ends with its own tab, so the first field adds none.
 class ControlLine {
   public:
     explicit ControlLine(std::string_view verb) : line_(verb) {}
 
+    /// A text field. Tabs, line feeds and carriage returns become blanks, so that a value can neither end the line nor
+    /// shift a later field.
     ControlLine& Text(std::string_view value);
     ControlLine& Number(std::int64_t value);
     ControlLine& Flag(bool value);
 
+    /// One edit of an update verb, as two fields: `name`, and the value. Nothing is added without a value.
+    ControlLine& TextEdit(std::string_view name, const std::optional<std::string>& value);
+    ControlLine& FlagEdit(std::string_view name, std::optional<bool> value);
+
+    bool HasEdits() const { return hasEdits_; }
     const std::string& Line() const { return line_; }
 
   private:
@@ -28,4 +29,5 @@ class ControlLine {
 
     std::string line_;
     bool hasField_ = false;
+    bool hasEdits_ = false;
 };

@@ -3,49 +3,26 @@
 #include "hostlink/connection.h"
 #include "mcp/framing.h"
 #include "protocol/control_protocol.h"
-#include "text/byte_runs.h"
 #include "text/trim.h"
 
+#include <algorithm>
 #include <new>
-#include <optional>
 #include <utility>
 
 namespace {
 
-/// Appends the body of a JSON string for `text`.
-void AppendJsonText(std::string& out, std::string_view text) {
-    static constexpr ByteSet special = MakeByteSet("\"\\", 0x20);
-    AppendByRuns(out, text, special, [](std::string& escaped, char byte) {
-        constexpr char hexDigits[] = "0123456789abcdef";
-        switch (byte) {
-            case '\b': escaped += "\\b"; break;
-            case '\t': escaped += "\\t"; break;
-            case '\n': escaped += "\\n"; break;
-            case '\f': escaped += "\\f"; break;
-            case '\r': escaped += "\\r"; break;
-            case '"': escaped += "\\\""; break;
-            case '\\': escaped += "\\\\"; break;
-            default: escaped.append("\\u00").append({hexDigits[byte >> 4], hexDigits[byte & 15]}); break;
-        }
-    });
-}
-
-/// The beginning of every result, up to and including the escaped text of its text block, with room for `more` bytes.
-std::string BeginTextBlock(std::string_view idText, std::string_view text, std::size_t more = 0) {
-    constexpr std::string_view textHead = R"(,"result":{"content":[{"type":"text","text":")";
-    std::string body;
-    // Room for the whole result, unless the text needs many escapes.
-    body.reserve(ReplyHead.size() + idText.size() + textHead.size() + text.size() + text.size() / 16 + more + 256);
-    body.append(ReplyHead).append(idText).append(textHead);
-    AppendJsonText(body, text);
-    return body;
-}
+// A result is ReplyHead, the id, these, and what goes between them.
+constexpr std::string_view TextBlockHead = R"(,"result":{"content":[{"type":"text","text":")";
+constexpr std::string_view ImageBlockHead = R"("},{"type":"image","mimeType":")";
+constexpr std::string_view ImageDataHead = R"(","data":")";
+constexpr std::string_view SuccessTail = R"("}],"isError":false}})";
+constexpr std::string_view ErrorTail = R"("}],"isError":true}})";
 
 constexpr std::string_view MarkerLiteral = "ORVANE_MCP_IMAGE ";
 constexpr std::string_view MimeTypeKey = "mime_type=";
 constexpr std::string_view DataKey = " data=";
 
-/// Where the first line begins that opens with the marker literal; npos when none does.
+/// The start of the first line that begins with the marker literal; npos when there is none.
 std::size_t FindMarkerLine(std::string_view text) {
     for (std::size_t start = 0;;) {
         if (text.substr(start).starts_with(MarkerLiteral)) return start;
@@ -55,21 +32,31 @@ std::size_t FindMarkerLine(std::string_view text) {
     }
 }
 
+/// The values of a marker line; nothing when one is missing or empty.
+std::optional<ImageMarker> ParseMarkerLine(std::string_view line) {
+    const std::size_t mimeTypeKey = line.find(MimeTypeKey, MarkerLiteral.size());
+    const std::size_t dataKey = line.find(DataKey, MarkerLiteral.size());
+    if (mimeTypeKey == std::string_view::npos || dataKey == std::string_view::npos) return std::nullopt;
+    const std::size_t mimeTypeStart = mimeTypeKey + MimeTypeKey.size();
+    const std::size_t dataStart = dataKey + DataKey.size();
+    if (dataKey <= mimeTypeStart || dataStart == line.size()) return std::nullopt;
+    return ImageMarker{line.substr(mimeTypeStart, dataKey - mimeTypeStart), line.substr(dataStart)};
+}
+
 }  // namespace
 
 void RunControlCommand(std::string_view idText, std::string_view line) {
-    // The first send also fails, at once, when there is no connection yet: the second is how one comes up.
     std::optional<std::string> reply;
     try {
+        // Without a connection the first attempt fails at once: the second is how one comes up.
         reply = SendControlLine(line);
         if (!reply && EnsureControlConnection(MainThreadConnectTimeOut)) reply = SendControlLine(line);
-        if (reply) return RenderControlReply(idText, std::move(*reply));
     } catch (const std::bad_alloc&) {
-        // The command was carried out: sent again, it would make its edit twice. The parts of the reply are freed by
-        // now, and nothing of a result has been written.
+        // The command was carried out. Sending it again would repeat its edit.
         return WriteTextResult(idText, ReplyTooLargeText, true);
     }
-    WriteTextResult(idText, SendFailureText, true);
+    if (!reply) return WriteTextResult(idText, SendFailureText, true);
+    RenderControlReply(idText, std::move(*reply));
 }
 
 void RenderControlReply(std::string_view idText, std::string reply) {
@@ -78,50 +65,34 @@ void RenderControlReply(std::string_view idText, std::string reply) {
     } else if (reply.starts_with(ErrorReplyPrefix)) {
         WriteTextResult(idText, UnescapeControlText(std::move(reply), ErrorReplyPrefix.size()), true);
     } else {
-        WriteContentResult(idText, std::move(reply));
+        WriteContentResult(idText, reply);
     }
 }
 
 void WriteTextResult(std::string_view idText, std::string_view text, bool isError) {
-    std::string body = BeginTextBlock(idText, text);
-    body.append(R"("}],"isError":)").append(isError ? "true" : "false").append("}}");
-    WriteMcpMessage(body);
+    WriteMcpMessage({ReplyHead, idText, TextBlockHead, JsonText(text), isError ? ErrorTail : SuccessTail});
 }
 
-std::string EscapeJsonText(std::string_view text) {
-    std::string escaped;
-    escaped.reserve(text.size() + 16);
-    AppendJsonText(escaped, text);
-    return escaped;
-}
-
-bool ExtractImageMarker(std::string& text, std::string& mimeType, std::string& data) {
-    mimeType.clear();
-    data.clear();
-    const std::size_t start = FindMarkerLine(text);
-    if (start == std::string::npos) return false;
-    const std::size_t end = text.find('\n', start);
-    const std::string_view line = std::string_view(text).substr(start, end - start);
-
-    const std::size_t mimeTypeKey = line.find(MimeTypeKey, MarkerLiteral.size());
-    const std::size_t dataKey = line.find(DataKey, MarkerLiteral.size());
-    if (mimeTypeKey != std::string_view::npos && dataKey != std::string_view::npos && dataKey > mimeTypeKey) {
-        const std::size_t mimeTypeStart = mimeTypeKey + MimeTypeKey.size();
-        mimeType = line.substr(mimeTypeStart, dataKey - mimeTypeStart);
-        data = line.substr(dataKey + DataKey.size());
+void WriteContentResult(std::string_view idText, std::string_view text) {
+    const auto [before, after, image] = ExtractImageMarker(text);
+    if (!image) {
+        return WriteMcpMessage({ReplyHead, idText, TextBlockHead, JsonText(before), JsonText(after), SuccessTail});
     }
-
-    text.erase(start, end == std::string::npos ? end : end - start + 1);
-    text.resize(WithoutLineEnd(text).size());
-    return !mimeType.empty() && !data.empty();
+    // The data goes out unescaped: base64 has nothing to escape, and checking it would take another pass.
+    WriteMcpMessage({ReplyHead, idText, TextBlockHead, JsonText(before), JsonText(after), ImageBlockHead,
+                     JsonText(image->MimeType), ImageDataHead, image->Data, SuccessTail});
 }
 
-void WriteContentResult(std::string_view idText, std::string text) {
-    std::string mimeType;
-    std::string data;
-    if (!ExtractImageMarker(text, mimeType, data)) return WriteTextResult(idText, text, false);
-    std::string body = BeginTextBlock(idText, text, mimeType.size() + data.size());
-    body.append(R"("},{"type":"image","mimeType":")").append(EscapeJsonText(mimeType));
-    body.append(R"(","data":")").append(data).append(R"("}],"isError":false}})");
-    WriteMcpMessage(body);
+ReplyContent ExtractImageMarker(std::string_view text) {
+    const std::size_t start = FindMarkerLine(text);
+    if (start == std::string_view::npos) return {text, {}, {}};
+    const std::size_t end = std::min(text.find('\n', start), text.size());
+    ReplyContent content{text.substr(0, start), WithoutLineEnd(text.substr(end)),
+                         ParseMarkerLine(text.substr(start, end - start))};
+    if (content.TextAfter.empty()) {
+        content.TextBefore = WithoutLineEnd(content.TextBefore);
+    } else {
+        content.TextAfter.remove_prefix(1);  // the marker line's own line feed
+    }
+    return content;
 }

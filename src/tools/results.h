@@ -1,32 +1,45 @@
 /// From a control line to one MCP result: the round trip to the viewer, and the results of all tools, text and images.
-/// Bridge's calling thread only; each function called Run, Render or Write writes exactly one result.
+/// Bridge's calling thread only. Each function called Run, Render or Write writes exactly one result; Render and Write
+/// allocate nothing on the way.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 /// What the agent reads when a command was not delivered.
 inline constexpr std::string_view SendFailureText = "Failed to send command to Orvane.";
 
-/// What the agent reads when the viewer has carried out a command but its reply outgrows memory.
+/// What the agent reads when the viewer has carried out a command but its reply is larger than memory.
 inline constexpr std::string_view ReplyTooLargeText = "Orvane answered, but its reply is too large to pass on.";
 
-/// Sends `line` (without a line feed) to the viewer and writes its answer, or a failure, as the result. Sends again
-/// once over a new connection when the first fails; blocks for as long as the viewer takes to answer.
+/// Sends `line` (without a line feed) to the viewer and writes its answer, or a failure, as the result. If the first
+/// attempt fails, sends once more over a new connection; blocks however long the viewer takes to answer.
 void RunControlCommand(std::string_view idText, std::string_view line);
 
-/// Writes the result that `reply`, a reply line without its line feed, stands for.
+/// Writes `reply`, a reply line without its line feed, as a result.
 void RenderControlReply(std::string_view idText, std::string reply);
 
 /// Writes a result of one text block.
 void WriteTextResult(std::string_view idText, std::string_view text, bool isError);
 
-/// Writes the result of a good reply, with an image block when `text` holds a marker with a type and data.
-void WriteContentResult(std::string_view idText, std::string text);
+/// Writes the result of a successful reply, with an image block when `text` has a marker with a type and data.
+void WriteContentResult(std::string_view idText, std::string_view text);
 
-/// Takes the first marker line out of `text`, and with it the line breaks that then end the text. True when the line
-/// gave both values; a malformed marker is removed all the same. A text without a marker stays untouched.
-bool ExtractImageMarker(std::string& text, std::string& mimeType, std::string& data);
+/// The picture that a marker line carries.
+struct ImageMarker {
+    std::string_view MimeType;
+    std::string_view Data;
+};
 
-/// The body of a JSON string for `text`, without the enclosing quotes. Bytes from 0x80 up pass unchanged.
-std::string EscapeJsonText(std::string_view text);
+/// A reply's text taken apart at its first marker line. All are views into that text.
+struct ReplyContent {
+    std::string_view TextBefore;
+    /// What follows the marker line. Line ends at the end of the whole remaining text are removed.
+    std::string_view TextAfter;
+    /// Nothing when the marker line lacks a value. The line is removed all the same.
+    std::optional<ImageMarker> Image;
+};
+
+/// Removes the first marker line from `text`. A text without a marker line is TextBefore, unchanged.
+[[nodiscard]] ReplyContent ExtractImageMarker(std::string_view text);

@@ -11,53 +11,40 @@
 #include <algorithm>
 #include <cstdint>
 #include <new>
+#include <optional>
 #include <string>
 
 namespace {
 
 // ---- Reading arguments ---------------------------------------------------------------------------------------------
 
-/// One call: the client's id and the whole message, in which every argument is looked up by its name.
+/// One call: the client's id and the whole message, in which every argument is looked up by name. An argument of
+/// another type counts as absent.
 struct ToolCall {
     std::string_view IdText;
     std::string_view Message;
+
+    std::string Text(std::string_view name) const { return FindJsonString(Message, name).value_or(""); }
+    bool Flag(std::string_view name, bool whenAbsent) const { return FindJsonBool(Message, name).value_or(whenAbsent); }
+    std::int32_t Number(std::string_view name, std::int32_t whenAbsent) const {
+        return FindJsonInt(Message, name).value_or(whenAbsent);
+    }
+    /// A number from 0 to `largest`; any other is moved to the nearer end.
+    std::int32_t Clamped(std::string_view name, std::int32_t whenAbsent, std::int32_t largest) const {
+        return std::clamp(Number(name, whenAbsent), 0, largest);
+    }
+    /// The number of results wanted. Zero and negative numbers mean the tool's default, never 1.
+    std::int32_t Limit(std::int32_t whenAbsent, std::int32_t largest) const {
+        const std::int32_t limit = Number("limit", whenAbsent);
+        return limit <= 0 ? whenAbsent : std::min(limit, largest);
+    }
+    /// One of a few words; `otherwise` for any other text.
+    std::string_view Choice(std::string_view name, std::initializer_list<std::string_view> words,
+                            std::string_view otherwise) const {
+        const auto* const word = std::find(words.begin(), words.end(), Text(name));
+        return word != words.end() ? *word : otherwise;
+    }
 };
-
-/// The text of an argument, empty when it is absent or no string.
-std::string TextArgument(const ToolCall& call, std::string_view name) {
-    std::string text;
-    FindJsonString(call.Message, name, text);
-    return text;
-}
-
-bool FlagArgument(const ToolCall& call, std::string_view name, bool whenAbsent) {
-    FindJsonBool(call.Message, name, whenAbsent);
-    return whenAbsent;
-}
-
-std::int32_t NumberArgument(const ToolCall& call, std::string_view name, std::int32_t whenAbsent) {
-    FindJsonInt(call.Message, name, whenAbsent);
-    return whenAbsent;
-}
-
-/// A count of results: what makes no sense as one falls back to the tool's default, never to 1.
-std::int32_t LimitArgument(const ToolCall& call, std::int32_t standard, std::int32_t largest) {
-    const std::int32_t limit = NumberArgument(call, "limit", standard);
-    return limit <= 0 ? standard : std::min(limit, largest);
-}
-
-/// A number from 0 to `largest`; what lies outside is moved to the nearer end.
-std::int32_t ClampedArgument(const ToolCall& call, std::string_view name, std::int32_t whenAbsent,
-                             std::int32_t largest) {
-    return std::clamp(NumberArgument(call, name, whenAbsent), 0, largest);
-}
-
-/// One of a few words; any other text, and none, gives `standard`.
-std::string ChoiceArgument(const ToolCall& call, std::string_view name, std::initializer_list<std::string_view> words,
-                           std::string_view standard) {
-    const std::string choice = TextArgument(call, name);
-    return std::string(std::find(words.begin(), words.end(), choice) != words.end() ? choice : standard);
-}
 
 void FailCall(const ToolCall& call, std::string_view reason) {
     WriteTextResult(call.IdText, reason, true);
@@ -67,23 +54,16 @@ void Send(const ToolCall& call, const ControlLine& line) {
     RunControlCommand(call.IdText, line.Line());
 }
 
-/// The tools whose one argument is a required text.
+/// The tools whose only argument is a required text.
 void SendOneText(const ToolCall& call, std::string_view verb, std::string_view argument, std::string_view whenMissing) {
-    const std::string text = TextArgument(call, argument);
+    const std::string text = call.Text(argument);
     if (text.empty()) return FailCall(call, whenMissing);
     Send(call, ControlLine(verb).Text(text));
 }
 
-/// Appends the edits among `names` that the call has; an empty text is an edit too. True when there was one.
-bool AppendTextEdits(const ToolCall& call, std::string& line, std::initializer_list<std::string_view> names) {
-    bool any = false;
-    for (const std::string_view name : names) {
-        std::string value;
-        if (!FindJsonString(call.Message, name, value)) continue;
-        AppendEditField(line, name, value);
-        any = true;
-    }
-    return any;
+/// Adds the edits that the call has among `names`. An empty text is an edit too.
+void AddTextEdits(ControlLine& line, const ToolCall& call, std::initializer_list<std::string_view> names) {
+    for (const std::string_view name : names) line.TextEdit(name, FindJsonString(call.Message, name));
 }
 
 // ---- The tools, in the order of the catalogue ----------------------------------------------------------------------
@@ -102,8 +82,8 @@ void SelectComponent(const ToolCall& call) {
 }
 
 void SelectPin(const ToolCall& call) {
-    const std::string refdes = TextArgument(call, "refdes");
-    const std::string pin = TextArgument(call, "pin");
+    const std::string refdes = call.Text("refdes");
+    const std::string pin = call.Text("pin");
     if (refdes.empty() || pin.empty()) return FailCall(call, "select_pin requires non-empty refdes and pin arguments.");
     Send(call, ControlLine(Verb::SelectPin).Text(refdes).Text(pin));
 }
@@ -113,7 +93,7 @@ void SelectNet(const ToolCall& call) {
 }
 
 void FindComponents(const ToolCall& call) {
-    const bool showUi = FlagArgument(call, "show_in_find_parts", false);
+    const bool showUi = call.Flag("show_in_find_parts", false);
     SendOneText(call, showUi ? Verb::FindComponentsUi : Verb::FindComponents, "query",
                 "find_components requires a non-empty query argument.");
 }
@@ -127,50 +107,51 @@ void GetNetInfo(const ToolCall& call) {
 }
 
 void UpdateComponent(const ToolCall& call) {
-    const std::string refdes = TextArgument(call, "refdes");
+    const std::string refdes = call.Text("refdes");
     if (refdes.empty()) return FailCall(call, "update_component requires a non-empty refdes argument.");
-    std::string line = ControlLine(Verb::UpdateComponent).Text(refdes).Line();
-    if (!AppendTextEdits(call, line, {"new_refdes", "description", "display_info", "note"})) {
+    ControlLine line(Verb::UpdateComponent);
+    line.Text(refdes);
+    AddTextEdits(line, call, {"new_refdes", "description", "display_info", "note"});
+    if (!line.HasEdits()) {
         return FailCall(call,
                         "update_component requires at least one edit field: new_refdes, "
                         "description/display_info, or note.");
     }
-    RunControlCommand(call.IdText, line);
+    Send(call, line);
+}
+
+/// The updates as the client wrote them, or from the string that stands in for them; empty when it gave neither.
+std::string UpdatesArgument(const ToolCall& call) {
+    if (const auto updates = FindJsonRawValue(call.Message, "updates")) return std::string(*updates);
+    return call.Text("updates_json");
 }
 
 void BulkUpdateComponents(const ToolCall& call) {
-    const std::string updatesPath = TextArgument(call, "updates_path");
-    std::string updates;
-    if (!FindJsonRawValue(call.Message, "updates", updates)) updates = TextArgument(call, "updates_json");
+    const std::string updates = UpdatesArgument(call);
+    const std::string updatesPath = call.Text("updates_path");
     if (updates.empty() && updatesPath.empty()) {
         return FailCall(call, "bulk_update_components requires updates array, updates_json string, or updates_path.");
     }
-    // An empty field was said by the client and goes out empty; only an absent one has the default.
-    std::string field;
-    if (!FindJsonString(call.Message, "field", field)) field = "description";
     Send(call, ControlLine(Verb::BulkUpdateComponents)
-                   .Text(field)
-                   .Flag(FlagArgument(call, "skip_missing", true))
-                   .Flag(FlagArgument(call, "dry_run", false))
+                   .Text(FindJsonString(call.Message, "field").value_or("description"))  // an empty one stays empty
+                   .Flag(call.Flag("skip_missing", true))
+                   .Flag(call.Flag("dry_run", false))
                    .Text(updates)
                    .Text(updatesPath));
 }
 
 void UpdateNet(const ToolCall& call) {
-    const std::string net = TextArgument(call, "net");
+    const std::string net = call.Text("net");
     if (net.empty()) return FailCall(call, "update_net requires a non-empty net argument.");
-    std::string line = ControlLine(Verb::UpdateNet).Text(net).Line();
-    bool any = AppendTextEdits(call, line, {"new_name", "description", "note"});
-    bool noConnect = false;
-    if (FindJsonBool(call.Message, "no_connect", noConnect)) {
-        AppendEditField(line, "no_connect", noConnect ? "1" : "0");
-        any = true;
-    }
-    if (!any) {
+    ControlLine line(Verb::UpdateNet);
+    line.Text(net);
+    AddTextEdits(line, call, {"new_name", "description", "note"});
+    line.FlagEdit("no_connect", FindJsonBool(call.Message, "no_connect"));
+    if (!line.HasEdits()) {
         return FailCall(call,
                         "update_net requires at least one edit field: new_name, description, note, or no_connect.");
     }
-    RunControlCommand(call.IdText, line);
+    Send(call, line);
 }
 
 void ExportOrv(const ToolCall& call) {
@@ -179,10 +160,10 @@ void ExportOrv(const ToolCall& call) {
 
 void ListComponents(const ToolCall& call) {
     Send(call, ControlLine(Verb::ListComponents)
-                   .Number(std::max(NumberArgument(call, "offset", 0), 0))
-                   .Number(LimitArgument(call, 25, 80))
-                   .Flag(FlagArgument(call, "include_nets", true))
-                   .Text(TextArgument(call, "query")));
+                   .Number(std::max(call.Number("offset", 0), 0))
+                   .Number(call.Limit(25, 80))
+                   .Flag(call.Flag("include_nets", true))
+                   .Text(call.Text("query")));
 }
 
 void GetDiagnosticHints(const ToolCall& call) {
@@ -190,81 +171,80 @@ void GetDiagnosticHints(const ToolCall& call) {
 }
 
 void SearchIndexedContent(const ToolCall& call) {
-    const std::string query = TextArgument(call, "query");
+    const std::string query = call.Text("query");
     if (query.empty()) return FailCall(call, "search_indexed_content requires a non-empty query argument.");
     Send(call, ControlLine(Verb::SearchIndexedContent)
-                   .Number(LimitArgument(call, 25, 100))
-                   .Flag(FlagArgument(call, "whole_word", false))
-                   .Flag(FlagArgument(call, "regex", false))
-                   .Flag(FlagArgument(call, "extended_search", false))
-                   .Text(ChoiceArgument(call, "file_type", {"pdf", "boardview"}, "all"))
-                   .Text(TextArgument(call, "file_path"))
-                   .Text(TextArgument(call, "path_filter"))
-                   .Text(TextArgument(call, "file_name_contains"))
+                   .Number(call.Limit(25, 100))
+                   .Flag(call.Flag("whole_word", false))
+                   .Flag(call.Flag("regex", false))
+                   .Flag(call.Flag("extended_search", false))
+                   .Text(call.Choice("file_type", {"pdf", "boardview"}, "all"))
+                   .Text(call.Text("file_path"))
+                   .Text(call.Text("path_filter"))
+                   .Text(call.Text("file_name_contains"))
                    .Text(query)
-                   .Flag(FlagArgument(call, "show_window", false)));
+                   .Flag(call.Flag("show_window", false)));
 }
 
 constexpr std::int32_t LargestRadius = 2000;
 
 void GetPdfPageContext(const ToolCall& call) {
-    const std::int32_t page = NumberArgument(call, "page", 0);
+    const std::int32_t page = call.Number("page", 0);
     if (page <= 0) return FailCall(call, "get_pdf_page_context requires a 1-based page argument.");
-    const bool includeImage = FlagArgument(call, "include_image", false);
+    const bool includeImage = call.Flag("include_image", false);
     Send(call, ControlLine(Verb::GetPdfPageContext)
                    .Number(page)
-                   .Number(ClampedArgument(call, "radius", 160, LargestRadius))
-                   .Number(LimitArgument(call, 80, 300))
+                   .Number(call.Clamped("radius", 160, LargestRadius))
+                   .Number(call.Limit(80, 300))
                    .Flag(includeImage)
-                   .Text(ChoiceArgument(call, "image_mode", {"page"}, "crop"))
-                   .Text(TextArgument(call, "query"))
-                   .Text(TextArgument(call, "pdf_path"))
+                   .Text(call.Choice("image_mode", {"page"}, "crop"))
+                   .Text(call.Text("query"))
+                   .Text(call.Text("pdf_path"))
                    .Number(includeImage ? ClientImageByteLimit() : 0));
 }
 
 void ExtractPdfiumText(const ToolCall& call) {
-    const std::int32_t pageStart = NumberArgument(call, "page_start", 1);
     Send(call, ControlLine(Verb::PdfiumExtractText)
-                   .Number(std::max(pageStart, 1))
-                   .Number(std::max(NumberArgument(call, "page_end", 0), 0))
-                   .Flag(FlagArgument(call, "include_text", true))
-                   .Flag(FlagArgument(call, "include_words", true))
-                   .Number(ClampedArgument(call, "max_words_per_page", 6000, 20000))
-                   .Text(TextArgument(call, "pdf_path"))
-                   .Text(TextArgument(call, "output_path")));
+                   .Number(std::max(call.Number("page_start", 1), 1))
+                   .Number(std::max(call.Number("page_end", 0), 0))
+                   .Flag(call.Flag("include_text", true))
+                   .Flag(call.Flag("include_words", true))
+                   .Number(call.Clamped("max_words_per_page", 6000, 20000))
+                   .Text(call.Text("pdf_path"))
+                   .Text(call.Text("output_path")));
 }
 
 void RenderPdfPageImage(const ToolCall& call) {
-    const std::int32_t page = NumberArgument(call, "page", 0);
+    const std::int32_t page = call.Number("page", 0);
     if (page <= 0) return FailCall(call, "render_pdf_page_image requires a 1-based page argument.");
-    // An image is the point of this tool: the number of hits and the image flag are not the agent's to choose.
+    // An image is the point of this tool, so the agent chooses neither the number of hits nor the image flag.
     constexpr std::int32_t limit = 80;
     constexpr bool includeImage = true;
     Send(call, ControlLine(Verb::GetPdfPageContext)
                    .Number(page)
-                   .Number(ClampedArgument(call, "radius", 180, LargestRadius))
+                   .Number(call.Clamped("radius", 180, LargestRadius))
                    .Number(limit)
                    .Flag(includeImage)
-                   .Text(ChoiceArgument(call, "image_mode", {"page"}, "crop"))
-                   .Text(TextArgument(call, "query"))
-                   .Text(TextArgument(call, "pdf_path"))
+                   .Text(call.Choice("image_mode", {"page"}, "crop"))
+                   .Text(call.Text("query"))
+                   .Text(call.Text("pdf_path"))
                    .Number(ClientImageByteLimit()));
 }
 
 void SearchFiles(const ToolCall& call) {
-    const std::string query = TextArgument(call, "query");
+    const std::string query = call.Text("query");
     if (query.empty()) return FailCall(call, "search_files requires a non-empty query argument.");
     Send(call, ControlLine(Verb::SearchFiles)
-                   .Flag(FlagArgument(call, "open_first", false))
-                   .Number(LimitArgument(call, 10, 25))
-                   .Flag(FlagArgument(call, "show_window", false))
-                   .Text(ChoiceArgument(call, "open_mode", {"standalone", "attach_to_current_board"}, "default"))
-                   .Flag(FlagArgument(call, "highlight_whole_word", false))
-                   .Text(TextArgument(call, "highlight_text"))
+                   .Flag(call.Flag("open_first", false))
+                   .Number(call.Limit(10, 25))
+                   .Flag(call.Flag("show_window", false))
+                   .Text(call.Choice("open_mode", {"standalone", "attach_to_current_board"}, "default"))
+                   .Flag(call.Flag("highlight_whole_word", false))
+                   .Text(call.Text("highlight_text"))
                    .Text(query)
-                   .Flag(FlagArgument(call, "whole_word", false))
-                   .Flag(FlagArgument(call, "regex", false))
-                   .Flag(FlagArgument(call, "extended_search", false)));
+                   .Flag(call.Flag("whole_word", false))
+                   .Flag(call.Flag("regex", false))
+                   .Flag(call.Flag("extended_search", false)));
 }
 
 struct Tool {
@@ -296,14 +276,20 @@ constexpr Tool Tools[] = {
 
 }  // namespace
 
+std::vector<std::string_view> ToolNames() {
+    std::vector<std::string_view> names;
+    for (const Tool& tool : Tools) names.push_back(tool.Name);
+    return names;
+}
+
 void HandleToolCall(std::string_view idText, std::string_view message) try {
     const ToolCall call{idText, message};
-    std::string name;
-    if (!FindJsonString(message, "name", name)) return FailCall(call, "MCP tool call is missing the tool name.");
-    const auto tool = std::find_if(std::begin(Tools), std::end(Tools), [&](const Tool& t) { return t.Name == name; });
-    if (tool == std::end(Tools)) return FailCall(call, "Unknown Orvane MCP tool: " + name);
+    const std::optional<std::string> name = FindJsonString(message, "name");
+    if (!name) return FailCall(call, "MCP tool call is missing the tool name.");
+    const auto tool = std::find_if(std::begin(Tools), std::end(Tools), [&](const Tool& t) { return t.Name == *name; });
+    if (tool == std::end(Tools)) return FailCall(call, "Unknown Orvane MCP tool: " + *name);
     tool->Run(call);
 } catch (const std::bad_alloc&) {
-    // The call outgrew memory before its command was sent. A result is written last, so none has been written yet.
+    // Memory ran out while the line was built: nothing has been sent, and no result has been written.
     WriteTextResult(idText, SendFailureText, true);
 }

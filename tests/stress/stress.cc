@@ -261,7 +261,7 @@ void VisitOnce(const WideString& pipe, Visit visit) {
 
 /// A host's starts and stops while clients come and go and the processors have more to do than they can.
 void StartsAndStops(const WideString& self, int rounds) {
-    ChildProcess host(self, Utf8ToWide("--restarting " + std::to_string(rounds)));
+    ChildProcess host(self, {"--restarting", std::to_string(rounds)});
     if (host.Read("serving") != "") Say("the host did not start"), ++hung;
     const WideString pipe = ControlPipeName(host.Id);
     std::atomic<bool> done = false;
@@ -277,7 +277,7 @@ void StartsAndStops(const WideString& self, int rounds) {
     for (const Visit visit : {Visit::Greets, Visit::Greets, Visit::LeavesAtOnce, Visit::StaysUntilTheEnd}) {
         repeat([&pipe, visit] { VisitOnce(pipe, visit); });
     }
-    for (int i = 0; i < 4; ++i) repeat([] {});
+    for (int i = 0; i < 2; ++i) repeat([] {});  // idle loops that keep the processors busy
     const std::string told = host.Read("done\n");
     done = true;
     JoinAll(threads, running, "clients of a host that restarts its server");

@@ -1,11 +1,11 @@
+#include "bridge/scripted_link.h"
 #include "mcp/catalogue.h"
-#include "recording_viewer.h"
 #include "tools/results.h"
 #include "tools/tool_calls.h"
 
-static std::string Call(const std::string& tool, const std::string& arguments) {
+static std::string Call(const std::string& tool, const std::string& arguments, std::size_t largest = NoLimit) {
     const std::string message = R"({"params":{"name":")" + tool + R"(","arguments":{)" + arguments + "}}}";
-    return WrittenBody([&] { HandleToolCall("7", message); });
+    return WrittenBody([&] { HandleToolCall("7", message); }, largest);
 }
 
 static std::string Result(const std::string& text, bool isError) {
@@ -13,11 +13,8 @@ static std::string Result(const std::string& text, bool isError) {
            (isError ? "true}}" : "false}}");
 }
 
-TEST(ToolCall, BecomesOneControlLine) {
-    RecordingViewer viewer;
-    EnsureControlConnection(MainThreadConnectTimeOut);
-    // The greeting tells by our own parent's name what the image tools must say.
-    const std::string imageLimit = viewer.TakeLines().at(0).find("laude") != std::string::npos ? "614400" : "0";
+TEST(HandleToolCall, SendsOneControlLine) {
+    Link = {};
     // Arguments, and the fields that they become, with a bar for each tab.
     using Rows = std::initializer_list<std::pair<std::string, std::string>>;
     const auto sends = [&](const std::string& tool, const std::string& verb, Rows rows) {
@@ -25,7 +22,7 @@ TEST(ToolCall, BecomesOneControlLine) {
             std::string line = verb + fields;
             for (char& byte : line) byte = byte == '|' ? '\t' : byte;
             EXPECT_EQ(Call(tool, arguments), Result("", false)) << tool << " " << arguments;
-            EXPECT_EQ(viewer.TakeLines(), std::vector{line}) << tool << " " << arguments;
+            EXPECT_EQ(std::exchange(Link.Calls, {}), std::vector{line}) << tool << " " << arguments;
         }
     };
     sends("get_board_state", "GET_BOARD_STATE", {{R"("refdes":"U1")", ""}});
@@ -60,14 +57,14 @@ TEST(ToolCall, BecomesOneControlLine) {
     sends("get_pdf_page_context", "GET_PDF_PAGE_CONTEXT|",
           {{R"("page":3,"limit":301,"pdf_path":"p","query":"q")", "3|160|300|0|crop|q|p|0"},
            {R"("page":1,"radius":2001,"limit":0,"image_mode":"page")", "1|2000|80|0|page|||0"},
-           {R"("page":1,"radius":-1,"image_mode":"Page","include_image":true)", "1|0|80|1|crop|||" + imageLimit}});
+           {R"("page":1,"radius":-1,"image_mode":"Page","include_image":true)", "1|0|80|1|crop|||614400"}});
     sends("extract_pdfium_text", "PDFIUM_EXTRACT_TEXT|",
           {{R"("pdf_path":"p","output_path":"o")", "1|0|1|1|6000|p|o"},
            {R"("page_start":0,"page_end":-1,"include_text":false,"max_words_per_page":-1)", "1|0|0|1|0||"},
            {R"("page_start":9,"page_end":2,"include_words":false,"max_words_per_page":20001)", "9|2|1|0|20000||"}});
     sends("render_pdf_page_image", "GET_PDF_PAGE_CONTEXT|",
-          {{R"("page":2,"limit":5,"include_image":false,"image_mode":"page")", "2|180|80|1|page|||" + imageLimit},
-           {R"("page":2,"radius":2001,"query":"q","pdf_path":"p")", "2|2000|80|1|crop|q|p|" + imageLimit}});
+          {{R"("page":2,"limit":5,"include_image":false,"image_mode":"page")", "2|180|80|1|page|||614400"},
+           {R"("page":2,"radius":2001,"query":"q","pdf_path":"p")", "2|2000|80|1|crop|q|p|614400"}});
     sends("search_files", "SEARCH_FILES|",
           {{R"("query":"q","open_first":true,"whole_word":true,"open_mode":"attach")", "1|10|0|default|0||q|1|0|0"},
            {R"("query":"q","show_window":true,"whole_word":true,"regex":true)", "0|10|1|default|0||q|1|1|0"},
@@ -77,9 +74,22 @@ TEST(ToolCall, BecomesOneControlLine) {
            {R"("query":"q","open_mode":"attach_to_current_board")", "0|10|0|attach_to_current_board|0||q|0|0|0"}});
 }
 
-TEST(ToolCall, FailsWithoutALineWhenAViewerOrAnArgumentIsMissing) {
-    EXPECT_EQ(Call("get_board_state", ""), Result("Failed to send command to Orvane.", true));
-    RecordingViewer viewer;
+TEST(HandleToolCall, AsksForImagesOfTheClientsSize) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"Claude MCP client (bridge pid 1)", "614400"},
+        {"MCP client (bridge pid 1, parent CLAUDE.EXE)", "614400"},
+        {"Codex MCP client", "0"},
+    };
+    for (const auto& [client, limit] : rows) {
+        Link = {};
+        Link.ClientName = client;
+        Call("render_pdf_page_image", R"("page":2)");
+        EXPECT_EQ(Link.Calls, std::vector{"GET_PDF_PAGE_CONTEXT\t2\t180\t80\t1\tcrop\t\t\t" + limit}) << client;
+    }
+}
+
+TEST(HandleToolCall, FailsWithoutALineWhenAnArgumentIsMissing) {
+    Link = {};
     const auto fails = [](const std::string& tool, const std::string& need, std::initializer_list<std::string> calls) {
         for (const auto& arguments : calls) {
             EXPECT_EQ(Call(tool, arguments), Result(tool + " requires " + need, true)) << tool << " " << arguments;
@@ -107,7 +117,17 @@ TEST(ToolCall, FailsWithoutALineWhenAViewerOrAnArgumentIsMissing) {
     }
     EXPECT_EQ(WrittenBody([] { HandleToolCall("7", R"({"name":7})"); }),
               Result("MCP tool call is missing the tool name.", true));
-    EXPECT_TRUE(viewer.TakeLines().empty());
-    EXPECT_EQ(Call("list_commands", ""), Result(EscapeJsonText(SampleUsageText), false));
-    EXPECT_EQ(viewer.TakeLines().size(), 1u);  // the greeting: it makes use of the moment to connect
+    const std::string large = R"("net":")" + std::string(1 << 20, 'x') + '"';
+    EXPECT_EQ(Call("select_net", large, 1 << 16), Result("Failed to send command to Orvane.", true))
+        << "memory ran out";
+    EXPECT_TRUE(Link.Calls.empty());
+}
+
+TEST(HandleToolCall, AnswersListCommandsAfterAnAttemptToConnect) {
+    Link = {};
+    std::string text(SampleUsageText);
+    for (std::size_t at = 0; (at = text.find('\n', at)) != text.npos;) text.replace(at, 1, "\\n");
+    EXPECT_EQ(Call("list_commands", ""), Result(text, false));
+    EXPECT_EQ(Link.Calls, std::vector<std::string>{"2000"});
+    EXPECT_EQ(Link.WrittenBeforeConnecting, 0);
 }

@@ -1,0 +1,100 @@
+#include "launcher/check.h"
+
+#include "hostlink/connection.h"
+#include "hostlink/discovery.h"
+#include "platform/module.h"
+#include "platform/own_process.h"
+#include "platform/thread.h"
+#include "protocol/control_protocol.h"
+#include "text/trace.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+constexpr DWORD ReplyPatience = 10000;
+constexpr int Works = 0;
+constexpr int DoesNotWork = 1;
+
+/// Writes one line at once: the trace's lines, which come between, have no buffer of their own.
+void Say(const std::string& text) {
+    std::fputs((text + "\n").c_str(), stdout);
+    std::fflush(stdout);
+}
+
+/// Tells which viewers there are. False when there is none.
+bool FindViewers() {
+    const WideString announced = IsControlServerAnnounced()
+                                     ? ReadRegistryString(HKEY_CURRENT_USER, Announcement::Key, Announcement::PipeName)
+                                     : WideString();
+    const std::vector<WideString> names = FindControlPipes();
+    if (announced.empty()) Say("No Orvane is announced in the registry of this user.");
+    bool besides = false;
+    for (const WideString& name : names) {
+        besides = besides || name != announced;
+        Say((name == announced ? "An Orvane is announced in the registry, with the pipe "
+                               : "An Orvane runs beside this program, with the pipe ") +
+            PrintableBytes(WideToUtf8(name)));
+    }
+    if (!besides) Say(std::string(announced.empty() ? "No" : "No other") + " Orvane runs in this program's folder.");
+    return !names.empty();
+}
+
+/// A viewer may take a command and never answer: nothing ends that wait but the end of the program.
+unsigned WINAPI GiveUpLater(void*) {
+    Sleep(ReplyPatience);
+    Say("Orvane took the command but hasn't answered for 10 seconds: it shows a dialog, or it hangs. Agents' calls "
+        "wait until it goes on.");
+    EndOwnProcess(DoesNotWork);
+}
+
+/// Tells the viewer's answer, line by line. True when the command was carried out.
+bool TellReply(const std::string& reply) {
+    const bool failed = reply.starts_with(ErrorReplyPrefix);
+    const std::size_t prefix = failed                             ? ErrorReplyPrefix.size()
+                               : reply.starts_with(OkReplyPrefix) ? OkReplyPrefix.size()
+                                                                  : 0;
+    Say(failed ? "Orvane answers to GET_BOARD_STATE with a failure:" : "Orvane answers to GET_BOARD_STATE:");
+    const std::string text = UnescapeControlText(reply, prefix);
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find('\n', start), text.size());
+        Say("    " + PrintableBytes(std::string_view(text).substr(start, end - start)));
+        start = end + 1;
+    }
+    return !failed;
+}
+
+/// Asks the connected viewer for the state of its board. True when an agent would get it.
+bool AskForBoardState() {
+    if (!StartDetachedThread(GiveUpLater, nullptr)) return false;
+    const std::optional<std::string> reply = SendControlLine("GET_BOARD_STATE");
+    if (!reply) {
+        Say("Orvane closed the connection without an answer. Agents' calls fail.");
+        return false;
+    }
+    const bool works = TellReply(*reply);
+    Say(works ? "Agents' calls work." : "The connection works, but Orvane couldn't carry out the command.");
+    return works;
+}
+
+}  // namespace
+
+int RunCheck() {
+    SetConsoleOutputCP(CP_UTF8);
+    Say("Orvane MCP " ORVANE_VERSION ", " + WideToUtf8(ModulePath(nullptr)));
+    if (!FindViewers()) {
+        Say("Agents' calls fail. Start Orvane. If it runs, start it as the same user as the agent, and neither of the "
+            "two as administrator.");
+        return DoesNotWork;
+    }
+    StartTraceOn(STD_OUTPUT_HANDLE);
+    // A second attempt gets past a viewer that hangs, as an agent's next call does.
+    if (!EnsureControlConnection(MainThreadConnectTimeOut) && !EnsureControlConnection(MainThreadConnectTimeOut)) {
+        Say("No Orvane accepted the connection. Agents' calls fail.");
+        return DoesNotWork;
+    }
+    const bool works = AskForBoardState();
+    CloseControlConnection();
+    return works ? Works : DoesNotWork;
+}

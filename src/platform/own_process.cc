@@ -1,0 +1,87 @@
+#include "platform/own_process.h"
+
+#include "platform/process_table.h"
+
+#include <cstdint>
+#include <cstdlib>
+
+#if defined(_WIN32)
+#include <winternl.h>
+#else
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace {
+
+/// When a process started, on a scale that grows; nothing when the system doesn't tell.
+std::optional<std::uint64_t> StartOf(HANDLE process) {
+    FILETIME creation{}, exit{}, kernel{}, user{};
+    if (GetProcessTimes(process, &creation, &exit, &kernel, &user) == 0) return std::nullopt;
+    return std::uint64_t{creation.dwHighDateTime} << 32 | creation.dwLowDateTime;
+}
+
+}  // namespace
+
+OwnedHandle OpenParentProcess() {
+    const OwnedHandle snapshot = TakeProcessSnapshot();
+    if (!snapshot) return {};
+    const DWORD id = FindProcessEntry(snapshot, GetCurrentProcessId()).th32ParentProcessID;
+    if (id == 0) return {};
+    OwnedHandle parent(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
+    if (!parent) return {};
+    const std::optional<std::uint64_t> start = StartOf(parent.Get()), ownStart = StartOf(GetCurrentProcess());
+    if (!start || !ownStart || *start > *ownStart) return {};
+    return parent;
+}
+
+#if defined(_WIN32)
+
+std::optional<DWORD> UnreadInputAfterItsLastWriter() {
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    DWORD unread = 0;
+    if (PeekNamedPipe(input, nullptr, 0, nullptr, &unread, nullptr) == 0) {
+        if (GetLastError() == ERROR_BROKEN_PIPE) return 0;
+        return std::nullopt;
+    }
+    // A pipe with something left to read looks open to the call above, whether or not anybody holds its other end.
+    struct PipeState {
+        ULONG Type, Configuration, MaximumInstances, CurrentInstances, InboundQuota, ReadDataAvailable, OutboundQuota,
+            WriteQuotaAvailable, State, End;
+    } state{};
+    constexpr auto pipeLocalInformation = static_cast<FILE_INFORMATION_CLASS>(24);
+    constexpr ULONG closing = 4;
+    using Query = NTSTATUS(NTAPI*)(HANDLE, IO_STATUS_BLOCK*, void*, ULONG, FILE_INFORMATION_CLASS);
+    static const auto query = reinterpret_cast<Query>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll"), "NtQueryInformationFile")));
+    IO_STATUS_BLOCK outcome{};
+    if (query == nullptr || query(input, &outcome, &state, sizeof state, pipeLocalInformation) < 0) return std::nullopt;
+    if (state.State != closing) return std::nullopt;
+    return state.ReadDataAvailable;
+}
+
+void EndOwnProcess(int exitCode) {
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(exitCode));
+    std::_Exit(exitCode);
+}
+
+#else
+
+std::optional<DWORD> UnreadInputAfterItsLastWriter() {
+    struct stat status {};
+    if (fstat(STDIN_FILENO, &status) != 0) return std::nullopt;
+    if (!S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode)) return std::nullopt;
+    pollfd state{STDIN_FILENO, 0, 0};
+    poll(&state, 1, 0);
+    int unread = 0;
+    if ((state.revents & POLLHUP) == 0 || ioctl(STDIN_FILENO, FIONREAD, &unread) != 0) return std::nullopt;
+    return static_cast<DWORD>(unread);
+}
+
+void EndOwnProcess(int exitCode) {
+    std::_Exit(exitCode);
+}
+
+#endif
