@@ -52,13 +52,14 @@ COLOURS = ("#b5541c", "#2b6cb0", "#2f855a")
 
 
 def chart(title, places, lines):
-    """An SVG: one line for each name, one evenly spaced place for each x, from zero; bars from least to most."""
+    """An SVG: a line for each name through the figures at these places, both axes from zero to scale, so that what grows
+    evenly is straight. Bars go from least to most."""
     width, height, left, right, top, bottom = 480, 220, 56, 120, 34, 32
     highest = max(figure.most for figures in lines.values() for figure in figures) or 1
     step = 10 ** math.floor(math.log10(highest))
     step = next(step * part for part in (0.2, 0.5, 1, 2) if highest / (step * part) <= 5)
     ceiling = math.ceil(highest / step) * step
-    across = (width - left - right) / max(len(places) - 1, 1)
+    across = lambda place: left + (width - left - right) * place / places[-1]
     along = lambda value: top + (height - top - bottom) * (1 - value / ceiling)
     parts = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
              'font-family="sans-serif" font-size="11">',
@@ -68,11 +69,14 @@ def chart(title, places, lines):
         y = along(index * step)
         parts.append(f'<path d="M{left} {y:.1f}H{width - right}" stroke="#ddd"/>'
                      f'<text x="{left - 6}" y="{y + 4:.1f}" text-anchor="end">{index * step:g}</text>')
-    for index, place in enumerate(places):
-        parts.append(f'<text x="{left + index * across:.1f}" y="{height - 12}" text-anchor="middle">{place}</text>')
+    free = -math.inf  # the first pixel that no label covers yet
+    for place in places:
+        if across(place) - 10 >= free:
+            parts.append(f'<text x="{across(place):.1f}" y="{height - 12}" text-anchor="middle">{place}</text>')
+            free = across(place) + 10
     ends = []
     for colour, (name, figures) in zip(COLOURS, lines.items()):
-        points = [(left + index * across, along(figure.median)) for index, figure in enumerate(figures)]
+        points = [(across(place), along(figure.median)) for place, figure in zip(places, figures)]
         parts.append(f'<g stroke="{colour}" fill="none"><path stroke-width="2" d="M'
                      + "L".join(f"{x:.1f} {y:.1f}" for x, y in points) + '"/><path d="'
                      + "".join(f"M{x:.1f} {along(figure.least):.1f}V{along(figure.most):.1f}"
