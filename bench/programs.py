@@ -38,7 +38,7 @@ def wine_server():
 
 
 class Program:
-    """A child process. All of the bench's programs end with their input; one that doesn't is killed."""
+    """A child process. All programs of ours end with their input; servers from elsewhere, which may not, are killed."""
 
     def __init__(self, *command, stdin=subprocess.PIPE, stdout=subprocess.PIPE):
         self.command = [str(word) for word in command]
@@ -56,7 +56,7 @@ class Program:
             if end:
                 end.close()
         try:
-            self.process.wait(10)
+            self.process.wait(10 if self.command[0] != "node" else 0)
         except subprocess.TimeoutExpired:
             self.process.kill()
             self.process.wait()
