@@ -1,4 +1,5 @@
 """Programs under measurement: started with pipes, asked one thing at a time, and looked at through /proc."""
+import atexit
 import os
 import re
 import subprocess
@@ -44,6 +45,7 @@ class Program:
         self.command = [str(word) for word in command]
         with ERRORS.open("ab") as errors:
             self.process = subprocess.Popen(self.command, bufsize=0, stdin=stdin, stdout=stdout, stderr=errors)
+        atexit.register(self.process.kill)  # whatever happens; nothing for one that has ended
         self.pid = self.process.pid
         self.input = self.process.stdin and self.process.stdin.fileno()
         self.output = self.process.stdout and self.process.stdout.fileno()
