@@ -7,9 +7,10 @@ file(RELATIVE_PATH relative_source "${CMAKE_BINARY_DIR}" "${CMAKE_SOURCE_DIR}")
 string(REGEX REPLACE "/$" "" relative_source "${relative_source}")
 set_property(GLOBAL PROPERTY RULE_LAUNCH_COMPILE
              "${CMAKE_SOURCE_DIR}/cmake/relative ${CMAKE_SOURCE_DIR} ${relative_source}")
+# Colours are asked for because on a terminal and under ccache the compiler gets that option anyway; Ninja strips them.
 add_library(orvane_release_flags INTERFACE)
 target_compile_options(orvane_release_flags INTERFACE
-  $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-compilation-dir=. -ffile-prefix-map=${relative_source}=.>)
+  $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-compilation-dir=. -ffile-prefix-map=${relative_source}=. -fcolor-diagnostics>)
 # One runtime inside each file, so that a host needs nothing beside the DLL.
 target_link_options(orvane_release_flags INTERFACE
   -static -Wl,--gc-sections -Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
@@ -63,13 +64,25 @@ function(orvane_release)
   install(FILES ${definitions} "${import_library}" "${CMAKE_BINARY_DIR}/linked/liborvane_mcp.dll.a" DESTINATION lib)
   install(FILES src/api/exports.h DESTINATION include/orvane_mcp)
   install(DIRECTORY docs DESTINATION . FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
-  install(DIRECTORY examples DESTINATION .)
+  install(DIRECTORY examples DESTINATION . PATTERN build EXCLUDE)
+  configure_file(cmake/package-readme.txt.in package-readme.txt @ONLY)
+  install(FILES "${CMAKE_CURRENT_BINARY_DIR}/package-readme.txt" DESTINATION . RENAME README)
+  install(FILES CHANGELOG.md SECURITY.md "${CMAKE_CURRENT_BINARY_DIR}/NOTICE" DESTINATION .)
 
-  # out/package/NAME is the package unpacked, out/NAME.zip the package.
-  set(name "orvane-mcp-${PROJECT_VERSION}-win64")
+  # out/NAME-win64.zip for whoever ships a viewer, unpacked in out/package, and out/NAME.mcpb for Claude Desktop,
+  # unpacked in out/bundle.
+  set(name "orvane-mcp-${PROJECT_VERSION}")
   set(out "${CMAKE_SOURCE_DIR}/out")
+  set(root "${out}/package/${name}-win64")
+  set(scripts "${CMAKE_SOURCE_DIR}/cmake")
+  set(manifest "${out}/bundle/manifest.json")
   add_custom_target(package_zip VERBATIM DEPENDS orvane_mcp launcher msvc_import_library
-    COMMAND ${CMAKE_COMMAND} -E rm -rf "${out}/package"
-    COMMAND ${CMAKE_COMMAND} --install "${CMAKE_BINARY_DIR}" --prefix "${out}/package/${name}"
-    COMMAND python3 "${CMAKE_SOURCE_DIR}/cmake/zip.py" "${out}/package/${name}" "${out}/${name}.zip")
+    COMMAND ${CMAKE_COMMAND} -E rm -rf "${out}/package" "${out}/bundle"
+    COMMAND ${CMAKE_COMMAND} -DOUTPUT=${CMAKE_CURRENT_BINARY_DIR}/NOTICE -P "${scripts}/notice.cmake"
+    COMMAND ${CMAKE_COMMAND} --install "${CMAKE_BINARY_DIR}" --prefix "${root}"
+    COMMAND python3 "${scripts}/zip.py" "${out}/package" "${out}/${name}-win64.zip"
+    COMMAND ${CMAKE_COMMAND} -E copy_directory "${root}/bin" "${out}/bundle/server"
+    COMMAND ${CMAKE_COMMAND} -E copy "${root}/NOTICE" "${CMAKE_SOURCE_DIR}/launcher/icon.png" "${out}/bundle"
+    COMMAND python3 "${scripts}/bundle_manifest.py" ${PROJECT_VERSION} "${root}/docs/tools.md" "${manifest}"
+    COMMAND python3 "${scripts}/zip.py" "${out}/bundle" "${out}/${name}.mcpb")
 endfunction()

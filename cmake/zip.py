@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""zip.py FOLDER FILE: packs a folder. The same content gives the same bytes: neither times, rights nor the order of the
-system's listing get in."""
+"""zip.py FOLDER FILE: packs what is in a folder. The same content gives the same bytes: neither times, rights nor the
+order of the system's listing get in."""
 import pathlib
 import sys
 import zipfile
@@ -8,7 +8,7 @@ import zipfile
 folder, target = map(pathlib.Path, sys.argv[1:])
 with zipfile.ZipFile(target, "w") as archive:
     for file in sorted(path for path in folder.rglob("*") if path.is_file()):
-        entry = zipfile.ZipInfo(file.relative_to(folder.parent).as_posix(), (2026, 1, 1, 0, 0, 0))
+        entry = zipfile.ZipInfo(file.relative_to(folder).as_posix(), (2026, 1, 1, 0, 0, 0))
         entry.compress_type = zipfile.ZIP_DEFLATED
         entry.external_attr = 0o644 << 16
         archive.writestr(entry, file.read_bytes())

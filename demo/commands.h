@@ -11,8 +11,8 @@ struct Viewer {
     std::string selectedRefdes, selectedPin, selectedNet;
 };
 
-/// Carries out the library's command and fills in Success and Reply or LongReply. No exception leaves it.
-/// Returns one line for the console.
+/// Carries out the library's command and fills in Success and Reply or LongReply. No exception leaves it. Returns
+/// one line for the console.
 std::string AnswerCommand(Viewer& viewer, HostCommand& command);
 
 /// Shows another board, with its drawing set if it has one. On a Refusal everything stays unchanged.

@@ -2,18 +2,15 @@
 // shows what happens. All of the viewer's state belongs to the window's thread. Its one argument is a board file.
 
 #include "commands.h"
-#include "platform/platform.h"
 
 #include <atomic>
 #include <iostream>
-#include <memory>
 #include <set>
 #include <thread>
 
 namespace {
 
 constexpr UINT CheckClientsMessage = WM_APP + 1;
-constexpr auto CheckClientsPause = std::chrono::milliseconds(250);
 
 Viewer viewer;
 std::set<std::string> shownClients;
@@ -26,15 +23,13 @@ void CheckClients() {
     info.Size = sizeof info;
     // A client that leaves in between ends the loop early; the next look sees the others.
     for (std::int32_t i = 0; OrvaneMcp_GetClientInfo(i, &info); ++i) {
-        clients.insert(OneLine(FromWide(info.DisplayName) + " over " + FromWide(info.Transport) + ", since " +
-                               FromWide(info.ConnectedAt)));
+        const std::string name = FromWide(info.DisplayName), transport = FromWide(info.Transport);
+        clients.insert(OneLine(name + " over " + transport + ", since " + FromWide(info.ConnectedAt)));
     }
-    for (const std::string& client : clients) {
+    for (const std::string& client : clients)
         if (!shownClients.contains(client)) std::cout << "client connected: " << client << std::endl;
-    }
-    for (const std::string& client : shownClients) {
+    for (const std::string& client : shownClients)
         if (!clients.contains(client)) std::cout << "client left: " << client << std::endl;
-    }
     shownClients = std::move(clients);
 }
 
@@ -57,9 +52,17 @@ LRESULT CALLBACK AnswerMessage(HWND window, UINT message, WPARAM wParam, LPARAM 
 
 /// Ctrl+C, on a thread of the system's. The window's thread shuts down.
 BOOL WINAPI AnswerConsole(DWORD) {
-    PostMessageW(hostWindow, WM_CLOSE, 0, 0);
-    return TRUE;
+    return PostMessageW(hostWindow, WM_CLOSE, 0, 0);
 }
+
+/// Ends what Serve began, however it ends.
+struct Host {
+    HWND window;
+    ~Host() {
+        OrvaneMcp_StopControlServer();
+        DestroyWindow(window);  // Ctrl+C has done so already, which does no harm
+    }
+};
 
 /// Starts the server and waits until clients can connect. Returns the pipe's name; a Refusal has the library's reason.
 std::string StartServer(HWND window) {
@@ -81,25 +84,19 @@ std::string StartServer(HWND window) {
 
 void Serve(const std::filesystem::path& board) {
     OpenBoard(viewer, board);
-    WNDCLASSW windowClass{};
-    windowClass.lpfnWndProc = AnswerMessage;
-    windowClass.lpszClassName = TEXT("OrvaneDemoViewer");
-    RegisterClassW(&windowClass);
-    // For messages only; a viewer with a face would give its main window. To destroy it twice does no harm.
-    const std::unique_ptr<std::remove_pointer_t<HWND>, decltype(&DestroyWindow)> window(
-        CreateWindowExW(0, windowClass.lpszClassName, TEXT("Orvane"), 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr,
-                        nullptr),
-        DestroyWindow);
-    if (!window) throw Refusal("The window can't be created.");
-    hostWindow = window.get();
+    WNDCLASSW type{};
+    type.lpfnWndProc = AnswerMessage;
+    type.lpszClassName = TEXT("OrvaneDemoViewer");
+    RegisterClassW(&type);
+    // For messages only; a viewer with a face would give its main window.
+    const Host host{
+        CreateWindowExW(0, type.lpszClassName, nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr)};
+    if (!host.window) throw Refusal("The window can't be created.");
+    hostWindow = host.window;
     SetConsoleCtrlHandler(AnswerConsole, TRUE);
-    const auto stopServer = [](void*) { OrvaneMcp_StopControlServer(); };
-    const std::unique_ptr<Viewer, decltype(stopServer)> running(&viewer, stopServer);
-    const std::string pipeName = StartServer(window.get());
+    const std::string pipeName = StartServer(host.window);
     const std::jthread reminder([](std::stop_token stop) {
-        for (; !stop.stop_requested(); std::this_thread::sleep_for(CheckClientsPause)) {
-            PostMessageW(hostWindow, CheckClientsMessage, 0, 0);
-        }
+        for (; !stop.stop_requested(); Sleep(250)) PostMessageW(hostWindow, CheckClientsMessage, 0, 0);
     });
     std::cout << "serving " << PathText(viewer.boardPath) << " on " << pipeName << std::endl;
     MSG message{};

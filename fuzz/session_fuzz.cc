@@ -1,5 +1,5 @@
 /// Bytes from a client of the control pipe, in any cuts: as many replies as there are lines with something on them, in
-/// order, each on one line; names in the list are never longer than promised.
+/// order, each on one line, and as many host commands.
 ///
 /// The pipe and the host's window are this file's own: its functions stand in front of the stand-in's.
 
@@ -22,19 +22,18 @@ std::string_view incoming;
 std::size_t available = 0;
 std::uint32_t cut = 0;
 std::string outgoing;
-bool refusing = false, refused = false;  // whether a later reply can't be written, and whether that was so
+DWORD writeError = 0;  // of a later reply; 0 when all can be written
+bool refused = false;  // whether that has happened
+int commands = 0;
+
+/// What a client had sent before it went is carried out still.
+bool ClientHasGone() {
+    return writeError == ERROR_NO_DATA || writeError == ERROR_BROKEN_PIPE;
+}
 
 std::size_t NextCut() {
     cut = cut * 1664525 + 1013904223;
     return std::min<std::size_t>(incoming.size(), (cut >> 16) % 700 + 1);
-}
-
-void CheckClientList() {
-    ClientInfo info{};
-    info.Size = sizeof info;
-    if (OrvaneMcp_GetClientInfo(0, &info) == 0) return;
-    Require(std::find(std::begin(info.DisplayName), std::end(info.DisplayName), 0) != std::end(info.DisplayName),
-            "a name in the list ends inside its field");
 }
 
 }  // namespace
@@ -58,8 +57,8 @@ BOOL ReadFile(HANDLE, LPVOID buffer, DWORD size, LPDWORD bytesRead, OVERLAPPED*)
 
 BOOL WriteFile(HANDLE, LPCVOID buffer, DWORD size, LPDWORD bytesWritten, OVERLAPPED*) {
     Require(!refused, "nothing follows a reply that could not be written");
-    refused = refusing && outgoing.size() > 40;
-    if (refused) return SetLastError(ERROR_NOT_ENOUGH_MEMORY), FALSE;
+    refused = writeError != 0 && outgoing.size() > 40;
+    if (refused) return SetLastError(writeError), FALSE;
     outgoing.append(static_cast<const char*>(buffer), size);
     *bytesWritten = size;
     return TRUE;
@@ -77,13 +76,12 @@ BOOL IsWindow(HWND) {
     return TRUE;
 }
 
-void Sleep(DWORD) {
-    CheckClientList();
-}
+void Sleep(DWORD) {}
 
 /// The host answers with the command's own text, in a block for every other command.
 LRESULT SendMessageW(HWND, UINT, WPARAM, LPARAM parameter) {
-    Require(!refused, "a client that a reply could not be written to is served no further");
+    Require(!refused || ClientHasGone(), "a client that stays without its reply is served no further");
+    ++commands;
     HostCommand& command = *reinterpret_cast<HostCommand*>(parameter);
     Require(command.LongText != nullptr && command.LongText[command.LongTextLength] == 0, "a command's text ends");
     command.Success = 1;
@@ -100,20 +98,19 @@ LRESULT SendMessageW(HWND, UINT, WPARAM, LPARAM parameter) {
 
 namespace {
 
-/// How the reply to a request line begins, whole where its text is plain and short; empty for a line that gets none.
+/// The reply to a request line; its beginning where the text is not plain or too long for the record.
 std::string ExpectedReply(std::string line) {
-    while (!line.empty() && line.back() == '\r') line.pop_back();
+    line.erase(line.find_last_not_of('\r') + 1);
     if (line.empty()) return "";
-    if (line.starts_with(Verb::ClientName)) return "OK\tClient name updated.";
+    if (line.starts_with(Verb::ClientName)) return "OK\tClient name updated.\n";
     for (const HostVerb& verb : HostVerbs) {
-        if (!verb.HasPayload() && line == verb.Literal) return "OK\tOK";
-        if (!verb.HasPayload() || !line.starts_with(verb.Literal)) continue;
-        const std::string text = line.substr(verb.Literal.size());
-        const bool plain =
-            std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= 'z' && c != '\\'; });
-        return plain && text.size() - 1 < 999 && verb.TextPrefix.empty() ? "OK\t" + text + "\n" : "OK\t";
+        if (!line.starts_with(verb.Literal) || (!verb.HasPayload() && line != verb.Literal)) continue;
+        const std::string text = std::string(verb.TextPrefix) + line.substr(verb.Literal.size());
+        const auto isPlain = [](char c) { return c >= '\t' && c <= 'z' && c != '\\' && c != '\r'; };
+        if (!std::all_of(text.begin(), text.end(), isPlain) || text.size() > 999) return "OK\t";
+        return "OK\t" + (text.empty() ? "OK" : text) + "\n";
     }
-    return "ERR\tUnknown Orvane MCP command.";
+    return "ERR\tUnknown Orvane MCP command.\n";
 }
 
 }  // namespace
@@ -122,11 +119,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0) return 0;
     incoming = {reinterpret_cast<const char*>(data), size};
     cut = data[0];
-    refusing = size % 4 == 3;
+    const DWORD errors[] = {0, 0, 0, ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_DATA, ERROR_BROKEN_PIPE};
+    writeError = errors[size % std::size(errors)];
     refused = false;
+    commands = 0;
     outgoing.clear();
-    const std::size_t greeting = std::min<std::size_t>(available = NextCut(), LongestHelloLine);
-    const std::string requests(incoming.substr(greeting));
+    const std::string requests(incoming.substr(std::min<std::size_t>(available = NextCut(), LongestHelloLine)));
 
     ControlServerState& state = ServerState();
     state.Running = true;
@@ -135,19 +133,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ClientSession session{std::make_shared<PipeInstance>(OwnedHandle(&state)), state.ServerRun};
     RunClientSession(session);
     Require(OrvaneMcp_GetClientCount() == 0, "a session that ends leaves no record");
-    if (refused) return 0;
 
     std::string_view replies = outgoing;
     Require(replies.starts_with("OK\n"), "a greeting is answered");
     replies.remove_prefix(3);
+    int expectedCommands = 0;
     for (std::size_t start = 0, end = 0; (end = requests.find('\n', start)) != std::string::npos; start = end + 1) {
         const std::string expected = ExpectedReply(requests.substr(start, end - start));
         if (expected.empty()) continue;
+        expectedCommands += expected.starts_with("OK\t") && !expected.starts_with("OK\tClient");
+        if (refused) continue;
         const std::size_t lineFeed = replies.find('\n');
         Require(lineFeed != std::string_view::npos, "every line is answered");
         Require(replies.starts_with(expected), "replies come in the order of their lines");
         replies.remove_prefix(lineFeed + 1);
     }
+    Require(commands == expectedCommands || (refused && !ClientHasGone()), "every command is carried out once");
+    if (refused) return 0;
     Require(replies.empty(), "nothing is answered twice");
     return 0;
 }

@@ -42,6 +42,6 @@ int main(int argc, char** argv) {
     if (argument == "--check") return RunCheck();
     if (argument == "--version") return std::puts("orvane_mcp " ORVANE_VERSION), 0;
     if (argument == "--help") return std::fputs(HelpText, stdout), 0;
-    std::fprintf(stderr, "orvane_mcp: can't make sense of \"%s\"\n\n%s", argv[argc - 1], HelpText);
+    std::fprintf(stderr, "orvane_mcp: unknown argument \"%s\"\n\n%s", argv[argc - 1], HelpText);
     return 2;
 }

@@ -10,29 +10,13 @@
 
 namespace {
 
-#if defined(_WIN32)
-HMODULE LoadOwnLibrary() {
-    return LoadLibraryW(TEXT("orvane_mcp.dll"));
-}
-void* FindExport(HMODULE library, const char* name) {
-    return reinterpret_cast<void*>(GetProcAddress(library, name));
-}
-#else
-void* LoadOwnLibrary() {
+#if !defined(_WIN32)
+void* LoadLibraryW(LPCWSTR) {
     return dlopen("./liborvane_mcp.so", RTLD_NOW | RTLD_LOCAL);
 }
-void* FindExport(void* library, const char* name) {
-    return dlsym(library, name);
-}
-void FreeLibrary(void* library) {
-    dlclose(library);
-}
+constexpr auto GetProcAddress = dlsym;
+constexpr auto FreeLibrary = dlclose;
 #endif
-
-template <typename Function, typename Library>
-Function Export(Library library, const char* name) {
-    return reinterpret_cast<Function>(FindExport(library, name));
-}
 
 void Say(const std::string& text) {
     std::cout << text << std::endl;
@@ -47,11 +31,14 @@ bool TakeLine() {
 
 int RunGuestHost(const std::string& mode) {
     _setmode(_fileno(stdout), _O_BINARY);
-    const auto library = LoadOwnLibrary();
-    const auto start = Export<decltype(&OrvaneMcp_StartControlServer)>(library, "OrvaneMcp_StartControlServer");
-    const auto stop = Export<decltype(&OrvaneMcp_StopControlServer)>(library, "OrvaneMcp_StopControlServer");
-    const auto count = Export<decltype(&OrvaneMcp_GetClientCount)>(library, "OrvaneMcp_GetClientCount");
-    const auto version = Export<decltype(&OrvaneMcp_GetApiVersion)>(library, "OrvaneMcp_GetApiVersion");
+    const auto library = LoadLibraryW(TEXT("orvane_mcp.dll"));
+    const auto find = [&]<typename Function>(Function, const char* name) {
+        return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+    };
+    const auto start = find(OrvaneMcp_StartControlServer, "OrvaneMcp_StartControlServer");
+    const auto stop = find(OrvaneMcp_StopControlServer, "OrvaneMcp_StopControlServer");
+    const auto count = find(OrvaneMcp_GetClientCount, "OrvaneMcp_GetClientCount");
+    const auto version = find(OrvaneMcp_GetApiVersion, "OrvaneMcp_GetApiVersion");
 
     std::atomic<bool> answered = false, serving = false;
     HostWindow host([&](HostCommand& command) -> LRESULT {
@@ -70,9 +57,9 @@ int RunGuestHost(const std::string& mode) {
     Say("serving");
     if (mode == "exit") return TakeLine() ? std::exit(0), 0 : 1;
     const auto clientsGo = [&] { return Eventually([&] { return count() == 0; }); };
-    while (TakeLine() && clientsGo()) Say(ThreadsAndHandles());
+    TakeLine();
     // Sessions end by themselves, stopped or not, and the functions stay where they were.
-    if ((!answered && mode != "stay") || !clientsGo() || version() != 11) return 2;
+    if (!answered || !clientsGo() || version() != 11) return 2;
     stop();
     return 0;
 }

@@ -4,7 +4,7 @@
 #include <string>
 
 /// Plays one host until its input ends and gives the exit code; 0 when all went as it should. It says "serving" and
-/// "command", and answers a line of input with the threads and handles that are in use once no client is left.
+/// "command".
 /// exit: a line ends the process without a stop. stop: stops inside the first command. free: gives the library back
-/// while the server runs. stop-free: both inside the first command. stay: none of these.
+/// while the server runs. stop-free: both inside the first command.
 int RunGuestHost(const std::string& mode);

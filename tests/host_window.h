@@ -31,6 +31,6 @@ struct ServerTest : testing::Test {
     static bool SessionsBecome(int count) {
         return Eventually([=] { return ServerState().ActiveSessions == count; });
     }
-    /// The display names, as the host reads them, a comma behind each. Checks the last one's other fields.
-    static std::string ClientNames();
+    /// The display names, as the host reads them.
+    static std::vector<std::string> ClientNames();
 };

@@ -1,6 +1,8 @@
 #include "control/clients.h"
 #include "hostlink/client_identity.h"
+#include "platform/module.h"
 #include "protocol/control_protocol.h"
+#include "text/paths.h"
 
 #include <gtest/gtest.h>
 
@@ -15,19 +17,32 @@ TEST(ClientName, IsWorkedOutFromTheParentsImage) {
         {TEXT(""), "MCP client (bridge pid 4294967295)"},
     };
     for (const auto& [parent, name] : rows) EXPECT_EQ(FormatClientName(4294967295, parent), name);
-    EXPECT_EQ(ControlPipeName(4294967295), TEXT("\\\\.\\pipe\\orvane_mcp_control_4294967295"));
 }
 
 TEST(ClientName, IsTidiedForDisplay) {
-    const std::string rows[][2] = {
+    const struct {
+        std::string Given, Shown;
+    } rows[] = {
         {"claude, MyCodexTool", "Codex MCP client"},       {" \t\r\n\u3000", "MCP client"},
         {"CLAUDE desktop", "Claude MCP client"},           {"\u00a0 CODE\t", "VS Code MCP client"},
         {"VS Code Insiders", "VS Code MCP client"},        {" code-server ", "code-server"},
         {" Codex (BRIDGE PID 4)", "Codex (BRIDGE PID 4)"},
     };
-    for (const auto& [name, tidied] : rows) EXPECT_EQ(WideToUtf8(NormalizeClientName(Utf8ToWide(name))), tidied);
+    for (const auto& row : rows) {
+        EXPECT_EQ(WideToUtf8(NormalizeClientName(Utf8ToWide(row.Given))), row.Shown) << row.Given;
+    }
     EXPECT_EQ(ExtractBridgeSuffix(TEXT("a(bridge pid 1) (BRIDGE PID 2)")), TEXT(""));
     EXPECT_EQ(ExtractBridgeSuffix(TEXT("a (bridge pid 1) (bridge pid 2)")), TEXT(" (bridge pid 1) (bridge pid 2)"));
+}
+
+TEST(ReplyText, IsEscapedIntoOneLineAndBack) {
+    for (std::size_t plain = 0; plain < 20; ++plain) {
+        const std::string x(plain, 'x');
+        EXPECT_EQ(EscapeReplyText(x + "\r" + x + "\n\\" + x), x + "\\r" + x + "\\n\\\\" + x);
+        EXPECT_EQ(UnescapeControlText("OK\t" + x + "\\r" + x + "\\n\\\\n" + x, 3), x + "\r" + x + "\n\\n" + x);
+    }
+    EXPECT_EQ(UnescapeControlText("\\t\\\\\\"), "\\t\\\\") << "a backslash before anything else stays";
+    EXPECT_EQ(OkReply("a\nb") + ErrorReply("a\nb"), "OK\ta\\nbERR\ta\\nb");
 }
 
 TEST(Utf8, GoesBothWaysUpToANul) {
@@ -36,9 +51,30 @@ TEST(Utf8, GoesBothWaysUpToANul) {
     EXPECT_EQ(Utf8ToWide(bytes + "\0b"s), units);
     EXPECT_EQ(WideToUtf8(units + WideString({0, 'b'})), bytes);
     EXPECT_EQ(Utf8ToWide("\0a\xc2\xb5\x7f\0"s), WideString({0, 'a', '?', '?', 0x7F, 0}));
-    EXPECT_EQ(WideToUtf8(WideString({0, 'a', 0xB5, 0x7F, 0})), "\0a?\x7f\0"s);
+    EXPECT_EQ(WideToUtf8(WideString({0, 'a', 0xB5, 0x7F, 0x80, 0})), "\0a?\x7f?\0"s);
     EXPECT_EQ(Utf8ToWide("a\xff-\xc3"), TEXT("a\ufffd-\ufffd"));
     EXPECT_EQ(Utf8ToWide("\xed\xa0\x80-\xf4\x90\x80\x80"), TEXT("\ufffd\ufffd-\ufffd\ufffd\ufffd"))
         << "as Windows counts";
     EXPECT_EQ(WideToUtf8(WideString({'a', 0xD83D, '-', 0xDE00})), "a\xef\xbf\xbd-\xef\xbf\xbd");
+}
+
+TEST(Paths, AreTakenApartAtEitherSeparator) {
+    for (const WideView path : {TEXT("C:\\a/b"), TEXT("C:\\a\\b")}) EXPECT_EQ(ParentDirectory(path), TEXT("C:\\a"));
+    EXPECT_EQ(ParentDirectory(TEXT("b")), TEXT(""));
+    EXPECT_EQ(JoinPath(TEXT(""), TEXT("b")), TEXT("b"));
+}
+
+TEST(Paths, AreReadIntoABufferThatGrows) {
+    for (const DWORD length : {5, 1024, 5000, 32768, 32769}) {
+        std::vector<DWORD> sizes;
+        const WideString path = ReadGrowingPath([&](WCHAR* buffer, DWORD& size) {
+            sizes.push_back(size);
+            if (size < length) return PathRead::BufferTooSmall;
+            std::fill_n(buffer, size = length, WCHAR('x'));
+            return PathRead::Complete;
+        });
+        EXPECT_EQ(path, WideString(length <= 32768 ? length : 0, 'x')) << length;
+        EXPECT_TRUE(sizes.front() == 1024 && sizes.back() <= 32768) << length;
+    }
+    EXPECT_EQ(ReadGrowingPath([](WCHAR*, DWORD&) { return PathRead::Failed; }), TEXT("")) << "no path at all";
 }

@@ -38,27 +38,24 @@ inline std::string CountThreadsAndHandles() {
     return std::to_string(threads) + " threads, " + std::to_string(handles) + " handles";
 }
 
-/// The same, once it stays the same: threads take a moment to leave.
-inline std::string ThreadsAndHandles() {
-    std::string counted;
-    Eventually([&] {
-        const std::string before = std::exchange(counted, CountThreadsAndHandles());
-        return counted == before;
-    });
-    return counted;
-}
-
-/// Takes rounds, each of which tells what is in use after it, until two leave the same. Gives "" then, else what each
-/// of four has left. A round may add something once: a lock that has to wait for the first time keeps an event.
+/// Repeats `round`, which says what is in use after it, until it says the same twice. Returns "" then, else what was in
+/// use after each of `rounds`. One round may add something: a lock that has to wait for the first time keeps an event.
 template <typename Round>
-std::string LeftBehind(Round round) {
+std::string LeftBehind(Round round, int rounds = 4) {
     std::string left, used;
-    for (int rounds = 0; rounds < 4; ++rounds) {
+    while (rounds-- > 0) {
         const std::string before = std::exchange(used, round());
         if (used == before) return "";
         left += used + "; ";
     }
     return left;
+}
+
+/// The same, once it stays the same: threads take a moment to leave.
+inline std::string ThreadsAndHandles() {
+    std::string counted;
+    LeftBehind([&] { return Sleep(5), counted = CountThreadsAndHandles(); }, 6000);
+    return counted;
 }
 
 /// Reads a stream from mark to mark. Takes the bytes in the pieces they come in, and keeps what follows a mark.
@@ -69,18 +66,17 @@ struct MarkedReader {
     /// `readSome` fills a buffer of a size and returns how many bytes it got, 0 at the end.
     template <typename ReadSome>
     std::string Until(std::string_view mark, ReadSome readSome) {
-        for (std::size_t searched = 0;;) {
-            if (const std::size_t found = Pending.find(mark, searched); found != std::string::npos) {
-                const std::string rest = Pending.substr(found + mark.size());
-                Pending.resize(found);
-                return std::exchange(Pending, rest);
-            }
+        std::size_t found = 0;
+        for (std::size_t searched = 0; (found = Pending.find(mark, searched)) == std::string::npos;) {
             searched = Pending.size() - std::min(Pending.size(), mark.size() - 1);
             char piece[65536];
             const std::size_t count = readSome(piece, sizeof piece);
             if (count == 0) return std::exchange(Pending, {}) + "<end>";
             Pending.append(piece, count);
         }
+        const std::string before = Pending.substr(0, found);
+        Pending.erase(0, found + mark.size());
+        return before;
     }
     std::string Until(std::string_view mark, HANDLE from) {
         return Until(mark, [from](char* buffer, DWORD size) -> std::size_t {

@@ -124,7 +124,9 @@ std::int32_t OrvaneMcp_DisconnectClients() try {
     std::vector<std::shared_ptr<PipeInstance>> pipes;
     {
         const std::lock_guard lock(state.ServerLock);
-        for (const ClientRecord& client : state.Clients) pipes.push_back(client.Pipe);
+        for (const ClientRecord& client : state.Clients) {
+            if (client.Pipe->Pipe) pipes.push_back(client.Pipe);
+        }
     }
     EndConnections(pipes);
     const bool any = !pipes.empty();

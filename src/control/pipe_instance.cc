@@ -2,9 +2,9 @@
 
 namespace {
 
-/// True for the errors of a write to a client that has closed its end or was disconnected.
+/// True for the errors of a write to a client that has closed its end, before the write or during it.
 bool MeansClientIsGone(DWORD error) {
-    return error == ERROR_NO_DATA || error == ERROR_BROKEN_PIPE || error == ERROR_PIPE_NOT_CONNECTED;
+    return error == ERROR_NO_DATA || error == ERROR_BROKEN_PIPE;
 }
 
 }  // namespace

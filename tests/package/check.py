@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Looks at the package. `check.py files PACKAGE VERSION`: what the shipped files import and export, how they are
-protected, and whether their symbols belong to them. `check.py host PACKAGE FOLDER`: whether the folder's host.exe serves
-a call of the package's launcher."""
+protected, and whether their symbols belong to them. `check.py content PACKAGE BUNDLE`: what both hold, that no file
+tells where it was built, and that the documents' links lead somewhere inside the package. `check.py host PACKAGE
+FOLDER`: whether the folder's host.exe serves a call of the package's launcher."""
 import json
 import pathlib
 import re
@@ -57,9 +58,38 @@ def check_file(file, imports, exports, version, function):
     check(f"`{function}`" in about, f"{symbols.name} knows {function}")
     lines = run("llvm-pdbutil", "dump", "--l", symbols)
     check(re.search(r"^(src|launcher)\\\S+\.cc \(MD5: .*\n.*line/addr", lines, re.M), f"{symbols.name} knows source lines")
-    folders = pathlib.Path(__file__).resolve().parents[2]
-    for one in (file, symbols):
-        check(str(folders).encode() not in one.read_bytes(), f"{one.name} doesn't tell where it was built")
+
+
+def anchors(text):
+    """What a link may name in a document: its headings, as they are turned into links."""
+    headings = re.findall(r"^#+ (.+)$", re.sub(r"^```.*?^```$", "", text, flags=re.M | re.S), re.M)
+    return {re.sub(r"[^\w\- ]", "", heading).lower().replace(" ", "-") for heading in headings}
+
+
+def check_links(package):
+    package = package.resolve()
+    for document in sorted(package.rglob("*.md")):
+        for link in re.findall(r"\]\(([^)\s]+)\)", document.read_text("utf-8")):
+            path, _, heading = link.partition("#")
+            target = (document.parent / path).resolve() if path else document
+            leads = target.is_relative_to(package) and target.exists()
+            leads = leads and (not heading or heading in anchors(target.read_text("utf-8")))
+            check(leads or re.match("[a-z]+:", link), f"{document.relative_to(package)} links to {link}")
+
+
+def check_content(package, bundle):
+    names = {path.name for path in package.iterdir()}
+    readme = (package / "README").read_text("utf-8")
+    check(names == {"README", "NOTICE", "CHANGELOG.md", "SECURITY.md",
+                    "bin", "symbols", "lib", "include", "docs", "examples"}, "it holds " + ", ".join(sorted(names)))
+    check(all(name in readme for name in names - {"README"}), "README tells what each of them is")
+    # Symbols name the folders where Debian has its compiler and its headers.
+    checkout = str(pathlib.Path(__file__).resolve().parents[2])
+    for path in (one for top in (package, bundle) for one in sorted(top.rglob("*")) if one.is_file()):
+        folders = [checkout, "/home/", "/root/", "/tmp/"] + ([] if path.suffix == ".pdb" else ["/usr/lib", "/usr/x86"])
+        told = [folder for folder in folders if folder.encode() in path.read_bytes()]
+        check(not told, f"{path.name} names no folder of the build {told or ''}".rstrip())
+    check_links(package)
 
 
 def check_host(package, folder):
@@ -81,6 +111,8 @@ def main():
     if part == "files":
         check_file(package / "bin/orvane_mcp.dll", SYSTEM, EXPORTS, rest, "OrvaneMcp_StartControlServer")
         check_file(package / "bin/orvane_mcp.exe", SYSTEM | {"orvane_mcp.dll"}, set(), rest, "main")
+    elif part == "content":
+        check_content(package, pathlib.Path(rest))
     else:
         check_host(package, pathlib.Path(rest))
     return failed
