@@ -38,8 +38,9 @@ class Figure:
 
 
 def verdict(figure, limit, at_most=True):
-    """What is wanted of a figure, and whether its median gets there."""
-    met = figure.median <= limit if at_most else figure.median >= limit
+    """What is wanted of a figure, and whether its median, as it is shown, gets there."""
+    median = float(short(figure.median).replace(",", ""))
+    met = median <= limit if at_most else median >= limit
     return f"{'at most' if at_most else 'at least'} {short(limit)}: {'yes' if met else '**no**'}"
 
 
