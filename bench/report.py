@@ -54,14 +54,15 @@ COLOURS = ("#b5541c", "#2b6cb0", "#2f855a")
 
 def chart(title, places, lines):
     """An SVG: a line for each name through the figures at these places, both axes from zero to scale, so that what grows
-    evenly is straight. Bars go from least to most."""
+    evenly is straight. Bars go from least to most; one that is far longer than the rest is cut off."""
     width, height, left, right, top, bottom = 480, 220, 56, 120, 34, 32
-    highest = max(figure.most for figures in lines.values() for figure in figures) or 1
+    measured = [figure for figures in lines.values() for figure in figures]
+    highest = min(max(figure.most for figure in measured), 2 * max(figure.median for figure in measured)) or 1
     step = 10 ** math.floor(math.log10(highest))
     step = next(step * part for part in (0.2, 0.5, 1, 2) if highest / (step * part) <= 5)
     ceiling = math.ceil(highest / step) * step
     across = lambda place: left + (width - left - right) * place / places[-1]
-    along = lambda value: top + (height - top - bottom) * (1 - value / ceiling)
+    along = lambda value: top + (height - top - bottom) * (1 - min(value / ceiling, 1))
     parts = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
              'font-family="sans-serif" font-size="11">',
              '<rect width="100%" height="100%" fill="white"/>',
@@ -84,8 +85,8 @@ def chart(title, places, lines):
                                for (x, _), figure in zip(points, figures)) + '"/></g>')
         ends.append((points[-1][1], colour, name))
     lowest = -math.inf
-    for y, colour, name in sorted(ends):  # names keep clear of one another
-        lowest = max(y, lowest + 13)
+    for index, (y, colour, name) in enumerate(sorted(ends)):  # names keep clear of one another and of the labels
+        lowest = max(min(y, along(0) - 13 * (len(ends) - 1 - index)), lowest + 13)
         parts.append(f'<text x="{width - right + 8}" y="{lowest + 4:.1f}" fill="{colour}">{name}</text>')
     return "\n".join(parts + ["</svg>", ""])
 
