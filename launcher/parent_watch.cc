@@ -19,11 +19,12 @@ void AwaitAbandonedInput() {
     }
 }
 
-unsigned WINAPI WatchParent(void* argument) {
-    const OwnedHandle parent(argument);
+unsigned WINAPI WatchParent(void*) {
+    // Here and not at the start: the way to the parent leads through the whole table of processes.
+    const OwnedHandle parent = OpenParentProcess();
     // Another process may hold the other end of the pipe and be the real client, so the parent's exit alone proves
     // nothing.
-    if (WaitForSingleObject(parent.Get(), INFINITE) == WAIT_OBJECT_0) {
+    if (parent && WaitForSingleObject(parent.Get(), INFINITE) == WAIT_OBJECT_0) {
         AwaitAbandonedInput();
         EndOwnProcess(0);
     }
@@ -33,7 +34,6 @@ unsigned WINAPI WatchParent(void* argument) {
 }  // namespace
 
 void StartParentWatch() {
-    OwnedHandle parent = OpenParentProcess();
-    if (!parent || !StartDetachedThread(WatchParent, parent.Get())) return;
-    parent.Release();
+    // Without a thread for it the launcher still ends with its input.
+    static_cast<void>(StartDetachedThread(WatchParent, nullptr));
 }

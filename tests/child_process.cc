@@ -20,6 +20,18 @@ std::string ChildProcess::Read(std::string_view mark) {
 
 #if defined(_WIN32)
 
+/// Ends its processes when its last handle goes, which is ours and goes with this process.
+static HANDLE OwnJob() {
+    static const HANDLE job = [] {
+        const HANDLE created = CreateJobObjectW(nullptr, nullptr);
+        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
+        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+        SetInformationJobObject(created, JobObjectExtendedLimitInformation, &limits, sizeof limits);
+        return created;
+    }();
+    return job;
+}
+
 ChildProcess::ChildProcess(const WideString& program, const std::vector<std::string>& arguments) {
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
     STARTUPINFOW startup{};
@@ -36,9 +48,12 @@ ChildProcess::ChildProcess(const WideString& program, const std::vector<std::str
     WideString line = WideString(1, '"').append(program).append(1, '"');
     for (const std::string& argument : arguments) line += Utf8ToWide(" \"" + argument + "\"");
     PROCESS_INFORMATION started{};
-    CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started);
+    CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr, nullptr, &startup,
+                   &started);
     EXPECT_TRUE(process_.emplace(started.hProcess)) << GetLastError();
+    EXPECT_TRUE(AssignProcessToJobObject(OwnJob(), started.hProcess)) << GetLastError();
     const OwnedHandle thread(started.hThread);
+    ResumeThread(started.hThread);
     Input.emplace(_open_osfhandle(reinterpret_cast<std::intptr_t>(input), _O_BINARY));
     Output.emplace(_open_osfhandle(reinterpret_cast<std::intptr_t>(output), _O_BINARY));
     Id = started.dwProcessId;
@@ -60,6 +75,7 @@ DWORD ChildProcess::Kill(UINT exitCode) {
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 
 ChildProcess::ChildProcess(const WideString& program, const std::vector<std::string>& arguments) {
@@ -70,8 +86,10 @@ ChildProcess::ChildProcess(const WideString& program, const std::vector<std::str
     line.push_back(nullptr);
     int input[2], output[2];
     EXPECT_TRUE(pipe2(input, O_CLOEXEC) == 0 && pipe2(output, O_CLOEXEC) == 0);
-    const pid_t child = fork();
+    const pid_t parent = getpid(), child = fork();
     if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) _exit(1);  // it has died already
         dup2(input[0], STDIN_FILENO);
         dup2(output[1], STDOUT_FILENO);
         execv(file.c_str(), line.data());

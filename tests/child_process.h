@@ -1,4 +1,5 @@
-/// A program that a test starts, with pipes for its standard input and output. It dies with this record.
+/// A program that a test starts, with pipes for its standard input and output. It dies with the test, and at the
+/// latest with this record.
 #pragma once
 
 #include "raw_client.h"
@@ -15,6 +16,7 @@ struct ChildProcess {
     MarkedReader Reader;
     DWORD Id = 0;
 
+    /// Call it on a thread that outlives the program: in the native lane that dies with its parent's thread.
     explicit ChildProcess(const WideString& program, const std::vector<std::string>& arguments = {});
     ~ChildProcess() { Kill(); }
     bool Send(std::string_view bytes);

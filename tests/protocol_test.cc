@@ -1,5 +1,6 @@
 #include "control/clients.h"
 #include "hostlink/client_identity.h"
+#include "platform/module.h"
 #include "protocol/control_protocol.h"
 
 #include <gtest/gtest.h>
@@ -26,4 +27,19 @@ TEST(Utf8, GoesBothWaysUpToANul) {
     EXPECT_EQ(Utf8ToWide("\xed\xa0\x80-\xf4\x90\x80\x80"), TEXT("\ufffd\ufffd-\ufffd\ufffd\ufffd"))
         << "as Windows counts";
     EXPECT_EQ(WideToUtf8(WideString({'a', 0xD83D, '-', 0xDE00})), "a\xef\xbf\xbd-\xef\xbf\xbd");
+}
+
+TEST(Paths, AreReadIntoABufferThatGrows) {
+    for (const DWORD length : {5, 1024, 5000, 32768, 32769}) {
+        std::vector<DWORD> sizes;
+        const WideString path = ReadGrowingPath([&](WCHAR* buffer, DWORD& size) {
+            sizes.push_back(size);
+            if (size < length) return PathRead::BufferTooSmall;
+            std::fill_n(buffer, size = length, WCHAR('x'));
+            return PathRead::Complete;
+        });
+        EXPECT_EQ(path, WideString(length <= 32768 ? length : 0, 'x')) << length;
+        EXPECT_TRUE(sizes.front() == 1024 && sizes.back() <= 32768) << length;
+    }
+    EXPECT_EQ(ReadGrowingPath([](WCHAR*, DWORD&) { return PathRead::Failed; }), TEXT("")) << "no path at all";
 }
