@@ -7,17 +7,17 @@
 #include "text/trace.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <mutex>
 
 namespace {
 
-/// Gives a standard stream a larger buffer, so that most messages take one system call and not one for each 4 KiB.
-/// Nothing waits for it to fill: a read returns what has arrived, and each reply is flushed. The buffer lives as long
-/// as the process; without memory for it, the stream keeps its own.
-void WidenBuffer(std::FILE* stream) {
+/// Gives the standard streams larger buffers, so that most messages take one system call and not one for each 4 KiB.
+/// Nothing waits for a buffer to fill: a read returns what has arrived, and each reply is flushed.
+void WidenBuffers() {
     constexpr std::size_t size = 65536;
-    if (void* const buffer = std::malloc(size)) std::setvbuf(stream, static_cast<char*>(buffer), _IOFBF, size);
+    static char input[size], output[size];  // in use until the process ends
+    std::setvbuf(stdin, input, _IOFBF, size);
+    std::setvbuf(stdout, output, _IOFBF, size);
 }
 
 }  // namespace
@@ -27,7 +27,7 @@ std::int32_t OrvaneMcp_RunStdioBridge() {
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
     static std::once_flag widened;  // a stream that was used must keep its buffer
-    std::call_once(widened, [] { WidenBuffer(stdin), WidenBuffer(stdout); });
+    std::call_once(widened, WidenBuffers);
     StartTrace();
     StartControlWatcher();
     RunMessageLoop();

@@ -25,6 +25,7 @@ struct MessagePart {
     std::string_view Text;
     bool Escaped;
 
+    // NOLINTNEXTLINE(google-explicit-constructor): a list of parts names plain texts as they are
     constexpr MessagePart(std::string_view text, bool escaped = false) : Text(text), Escaped(escaped) {}
 };
 

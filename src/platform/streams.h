@@ -8,6 +8,6 @@ inline int ReadByteUnlocked(std::FILE* stream) {
 #if defined(_WIN32)
     return _fgetc_nolock(stream);
 #else
-    return getc_unlocked(stream);
+    return getc_unlocked(stream);  // NOLINT(concurrency-mt-unsafe): the caller is the one reader
 #endif
 }

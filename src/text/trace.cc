@@ -11,6 +11,7 @@ std::atomic<DWORD> TraceStream = STD_ERROR_HANDLE;
 }  // namespace
 
 void StartTrace() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment
     const char* const asked = std::getenv("ORVANE_MCP_TRACE");
     TraceLevel = asked != nullptr && *asked >= '1' && *asked <= '9' ? *asked - '0' : 0;
 }
