@@ -1,10 +1,11 @@
-/// Bytes on the bridge's standard input, with a recording stand-in for the connection: what comes out is well framed,
-/// at most one reply a message, valid JSON; what goes to the viewer is one line with the verb's number of fields.
+/// Bytes on the bridge's standard input, with a recording stand-in for the connection: each message gets the reply that a
+/// plain second reading of the input expects, in its framing; what goes to the viewer is one line with the verb's number
+/// of fields.
 
 #include "bridge/message_loop.h"
 #include "checks.h"
 #include "hostlink/connection.h"
-#include "mcp/framing.h"
+#include "mcp/catalogue.h"
 #include "protocol/control_protocol.h"
 #include "protocol/verbs.h"
 
@@ -63,28 +64,41 @@ std::optional<std::string> SendControlLine(std::string_view line) {
     }
 }
 
-static bool WantsReply(const std::string& body) {
-    const Method method = FindMethod(body);
-    return method != Method::Initialized && (method != Method::Other || ExtractMessageId(body));
+/// What follows the id in the reply to a message, or its beginning; "" when it gets none.
+static std::string_view ExpectedTail(const std::string& m) {
+    const std::pair<std::string, std::string_view> methods[] = {
+        {"initialize", InitializeResultText},
+        {"notifications/initialized", ""},
+        {"tools/list", ToolListResultText},
+        {"tools/call", R"(,"result":{"content":[{"type":"text","text":")"},
+    };
+    for (const auto& [name, tail] : methods) {
+        const std::string value = '"' + name + '"';
+        if (m.find("\"method\":" + value) != m.npos || m.find("\"method\": " + value) != m.npos) return tail;
+    }
+    return IdOf(m).empty() ? "" : R"(,"error":{"code":-32601,"message":"Method not found"}})";
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size == 0) return 0;
-    std::string input(reinterpret_cast<const char*>(data), size);
-    std::FILE* const console = std::exchange(stdin, fmemopen(input.data(), input.size(), "rb"));
+    std::string bytes(reinterpret_cast<const char*>(data), size);
+    std::string_view input = bytes;
+    if (input.empty()) return 0;
+    std::FILE* const console = std::exchange(stdin, fmemopen(bytes.data(), bytes.size(), "rb"));
     CaughtOutput caught;
     RunMessageLoop();
-    std::rewind(stdin);
-    std::string_view output = caught.Text();
-    while (const std::optional<std::string> message = ReadMcpMessage()) {
-        if (!WantsReply(*message)) continue;
-        const auto reply = TakeOutputMessage(output);
-        Require(reply.has_value(), "every message that wants a reply gets one");
-        const std::string idText(ExtractMessageId(*message).value_or("null"));
-        Require(reply->starts_with("{\"jsonrpc\":\"2.0\",\"id\":" + idText + ","), "a reply carries the id");
-        Require(!IsJson(idText) || !IsUtf8(*reply) || IsJson(*reply), "a reply is valid JSON");
-    }
     std::fclose(std::exchange(stdin, console));
+    std::string_view output = caught.Text();
+    while (const std::optional<Message> message = TakeInputMessage(input)) {
+        const std::string_view tail = ExpectedTail(message->Body);
+        if (tail.empty()) continue;
+        const std::string id = IdOf(message->Body), idText = id.empty() ? "null" : id;
+        const std::optional<Message> reply = TakeOutputMessage(output);
+        Require(reply && reply->Framed == message->Framed, "a message that wants a reply gets one in its framing");
+        const std::string head = R"({"jsonrpc":"2.0","id":)" + idText + std::string(tail);
+        if (reply->Body == head) continue;
+        Require(head.ends_with(":\"") && reply->Body.starts_with(head), "a reply is its method's and its id's");
+        Require(!IsJson(idText) || !IsUtf8(reply->Body) || IsJson(reply->Body), "a reply is valid JSON");
+    }
     Require(output.empty(), "no message gets a second reply");
     return 0;
 }

@@ -1,7 +1,31 @@
 #include "checks.h"
 
-#include <charconv>
+#include <algorithm>
 #include <nlohmann/json.hpp>
+
+namespace {
+
+std::string TakeLine(std::string_view& input) {
+    const std::size_t end = std::min(input.find('\n'), input.size());
+    std::string line(input.substr(0, end));
+    input.remove_prefix(std::min(end + 1, input.size()));
+    return line.substr(0, line.find_last_not_of("\r\n") + 1);
+}
+
+/// The length that a header line tells; 0 for a line that is none, or tells none from 1 to 32 MiB.
+std::size_t LengthIn(std::string line) {
+    const std::string name = "content-length:";
+    std::transform(line.begin(), line.end(), line.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (!line.starts_with(name)) return 0;
+    line = line.substr(std::min(line.find_first_not_of(" \t\v\f\r", name.size()), line.size()));
+    if (line.starts_with('+')) line.erase(0, 1);
+    line = line.substr(0, line.find_first_not_of("0123456789"));
+    line.erase(0, line.find_first_not_of('0'));
+    const std::size_t length = line.empty() || line.size() > 8 ? 0 : std::stoul(line);
+    return length <= 32 << 20 ? length : 0;
+}
+
+}  // namespace
 
 bool IsUtf8(std::string_view bytes) try {
     nlohmann::json(bytes).dump();
@@ -16,20 +40,57 @@ bool IsJson(std::string_view text) {
     return own && nlohmann::json::accept(text);
 }
 
-std::optional<std::string_view> TakeOutputMessage(std::string_view& output) {
-    constexpr std::string_view header = "Content-Length: ";
-    if (output.empty()) return std::nullopt;
-    const bool framed = output.starts_with(header);
-    std::size_t length = output.find('\n');
-    Require(length != output.npos, "a bare message ends with a line feed");
-    if (framed) {
-        const auto number = std::from_chars(output.data() + header.size(), output.data() + output.size(), length);
-        output.remove_prefix(static_cast<std::size_t>(number.ptr - output.data()));
-        Require(output.starts_with("\r\n\r\n"), "a header ends with an empty line");
-        output.remove_prefix(4);
-        Require(length > 0 && length <= output.size(), "a header tells the body's length");
+std::optional<Message> TakeInputMessage(std::string_view& input) {
+    std::string line;
+    while (line.empty() && !input.empty()) line = TakeLine(input);
+    const std::size_t length = LengthIn(line);
+    if (length == 0) return line.empty() ? std::nullopt : std::optional(Message{line, false});
+    while (!input.empty() && !TakeLine(input).empty()) {
     }
-    const std::string_view body = output.substr(0, length);
-    output.remove_prefix(length + !framed);
-    return body;
+    if (length > input.size()) return std::nullopt;
+    const std::string body(input.substr(0, length));
+    input.remove_prefix(length);
+    return Message{body, true};
+}
+
+std::optional<Message> TakeOutputMessage(std::string_view& output) {
+    if (output.empty()) return std::nullopt;
+    const bool framed = output.starts_with("Content-Length: ");
+    const std::size_t end = output.find(framed ? "\r\n\r\n" : "\n");
+    Require(end != output.npos, "a header, and a bare message, has an end");
+    std::string body(output.substr(0, end));
+    output.remove_prefix(end + (framed ? 4 : 1));
+    if (!framed) return Message{body, false};
+    const std::size_t length = LengthIn(body);
+    Require(body == "Content-Length: " + std::to_string(length) && length > 0 && length <= output.size(),
+            "a header tells the body's length");
+    body = output.substr(0, length);
+    output.remove_prefix(length);
+    return Message{body, true};
+}
+
+Position ValueOf(const std::string& m, const std::string& key, const char* blanks) {
+    std::size_t at = m.find('"' + key + '"');
+    if (at == m.npos || (at = m.find(':', at + key.size() + 2)) == m.npos) return {};
+    at = m.find_first_not_of(blanks, at + 1);
+    return at != m.npos ? at : Position();
+}
+
+Position AfterString(const std::string& m, std::size_t at, std::string& text) {
+    for (++at; at < m.size(); ++at) {
+        if (m[at] == '"') return at + 1;
+        const bool escaped = m[at] == '\\';
+        if (escaped && ++at == m.size()) return {};
+        const std::size_t letter = escaped ? std::string("bfnrt").find(m[at]) : m.npos;
+        text += letter == m.npos ? m[at] : "\b\f\n\r\t"[letter];
+    }
+    return {};
+}
+
+std::string IdOf(const std::string& m) {
+    const Position start = ValueOf(m, "id", " \t");
+    if (!start) return "";
+    std::string text;
+    if (m[*start] != '"') return m.substr(*start, m.find_first_of(",} ", *start) - *start);
+    return m.substr(*start, AfterString(m, *start, text).value_or(*start) - *start);
 }

@@ -4,14 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
 /// Ends the fuzzer with `what` when `holds` is false, so that the input is kept as a finding.
 inline void Require(bool holds, const char* what) {
-    if (holds) return;
-    std::fprintf(stderr, "does not hold: %s\n", what);
-    std::abort();
+    if (!holds) throw std::logic_error(what);
 }
 
 /// True when the bytes are well-formed UTF-8.
@@ -20,9 +19,27 @@ bool IsUtf8(std::string_view bytes);
 /// True when `text` is exactly one JSON value in UTF-8, with blanks around it or not.
 bool IsJson(std::string_view text);
 
-/// Takes the next message off the output of a bridge and returns its body; nothing when there is none left. Ends the
-/// fuzzer when its framing is broken.
-std::optional<std::string_view> TakeOutputMessage(std::string_view& output);
+struct Message {
+    std::string Body;
+    bool Framed;
+};
+
+/// Takes the next message off the input of a bridge; nothing when there is none left, or only a part of one.
+std::optional<Message> TakeInputMessage(std::string_view& input);
+
+/// Takes the next message off the output of a bridge; nothing when there is none left. Its framing must be flawless.
+std::optional<Message> TakeOutputMessage(std::string_view& output);
+
+using Position = std::optional<std::size_t>;  // nothing: the scan failed
+
+/// Where the value of `key` begins.
+Position ValueOf(const std::string& m, const std::string& key, const char* blanks = " \t\r\n");
+
+/// The position after the closing quote of the string that opens at `at`; `text` gets its bytes unescaped.
+Position AfterString(const std::string& m, std::size_t at, std::string& text);
+
+/// The id's own text, or "".
+std::string IdOf(const std::string& m);
 
 /// Standard output, caught in memory from here to Text().
 class CaughtOutput {
