@@ -17,7 +17,7 @@ int main(int, char** argv) {
         inputs.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     }
     std::minstd_rand random;
-    for (int i = 0; i < 10000; ++i) {
+    for (int i = 0; i < 40000; ++i) {
         std::string input = inputs[static_cast<std::size_t>(i) % inputs.size()];
         for (std::size_t changes = std::min(i / 500, 3); changes > 0 && !input.empty(); --changes) {
             const std::string& other = inputs[random() % inputs.size()];

@@ -1,11 +1,19 @@
-/// A program that a test starts, with pipes for its standard input and output. It dies with the test, and at the
-/// latest with this record.
+/// Programs that a test starts.
 #pragma once
 
 #include "raw_client.h"
 
+/// Makes a pipe of the C library's, with an end to read and one to write that no other program inherits.
+bool MakePipe(int (&ends)[2]);
+
+/// Starts a program on these files as its standard input and output. Returns its process, a handle on Windows and an id
+/// elsewhere, or -1.
+std::intptr_t Spawn(const WideString& program, const std::vector<std::string>& arguments, int input, int output,
+                    bool isAgents = false);
+
+/// A program with pipes for its standard input and for its output and errors. It dies with the test, and at the latest
+/// with this record.
 struct ChildProcess {
-    /// Our end of a pipe, as a file of the C library's.
     struct PipeEnd {
         int File;
         explicit PipeEnd(int file) : File(file) {}
@@ -26,9 +34,6 @@ struct ChildProcess {
     DWORD Kill(UINT exitCode = 1);
 
   private:
-#if defined(_WIN32)
-    std::optional<OwnedHandle> process_;
-#else
+    std::intptr_t process_;
     std::optional<DWORD> exitCode_;  // once it has ended and been waited for
-#endif
 };

@@ -5,6 +5,7 @@
 #include "hostlink/connection.h"
 #include "hostlink/discovery.h"
 #include "protocol/control_protocol.h"
+#include "limited_memory.h"
 #include "tools/results.h"
 
 #include <fstream>
@@ -17,7 +18,9 @@ static void SetAnnounced(LPCWSTR value, DWORD type, const WideString& data) {
     RegCloseKey(key);
 }
 
-TEST_F(ServerTest, OnlyAWholeAnnouncementOfALiveProcessIsFound) {
+struct Discovery : ServerTest {};
+
+TEST_F(Discovery, FindsOnlyAWholeAnnouncementOfALiveProcess) {
     ServerState().PipeName = TEXT("own");
     ChildProcess dead(TEXT("./orvane_mcp.exe"));
     dead.Kill(STILL_ACTIVE);
@@ -40,57 +43,120 @@ TEST_F(ServerTest, OnlyAWholeAnnouncementOfALiveProcessIsFound) {
     }
 }
 
-TEST_F(ServerTest, NothingButAnOkToItsGreetingConnectsTheBridge) {
-    ServerState().PipeName = ControlPipeName(4242);
-    const std::string endless(1000, 'x');
-    for (const std::vector<std::string>& answer : std::vector<std::vector<std::string>>{
-             {endless}, {"O", "K", "\n"}, {"OK\r\nlost\n"}, {"OK\t\n"}, {"ok\n"}, {"\n"}, {"OK"}}) {
-        const bool accepted = answer.size() > 1 || answer[0].starts_with("OK\r\n");
-        HANDLE pipe = CreateNamedPipeW(ControlPipeName(4242).c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr);
-        std::thread viewer([&] {
+/// The names of a viewer that only speaks when it is spoken to, and its one instance of that pipe.
+struct Connection : ServerTest {
+    const WideString Name = ControlPipeName(4242);
+    const std::string NameText = WideToUtf8(Name);
+    Connection() { ServerState().PipeName = Name; }
+    void TearDown() override {
+        CloseControlConnection();
+        ServerTest::TearDown();
+    }
+    HANDLE CreatePipe() const {
+        return CreateNamedPipeW(Name.c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr);
+    }
+};
+
+TEST_F(Connection, NeedsAnOkToItsGreeting) {
+    const std::string endless(1000, 'x'), large(8192, 'y'), wrong = "greeting answered with something else after N ms";
+    const std::string accepted = "greeting accepted after N ms", refused = "greeting refused: Windows error 109";
+    // What the viewer answers to the greeting, in pieces, what that means, and its reply to the line that follows.
+    const std::tuple<std::vector<std::string>, std::string, std::string> rows[] = {
+        {{endless}, "greeting not answered in 3000 ms", ""},
+        {{"O", "K", "\n"}, accepted + ": OK", "reply"},
+        {{"OK\r\nlost\n"}, accepted + ": OK\\x0D", large},
+        {{"OK\t\n"}, wrong + ": OK\\x09", ""},
+        {{"ok\n"}, wrong + ": ok", ""},
+        {{"\n"}, wrong + ": ", ""},
+        {{"OK"}, refused, ""},
+    };
+    std::vector<std::string> expected;
+    TraceLines traced;
+    for (const auto& row : rows) {
+        HANDLE pipe = CreatePipe();
+        std::thread viewer([&row, &endless, pipe] {
+            const auto& [answer, outcome, reply] = row;
             ConnectNamedPipe(pipe, nullptr);
             MarkedReader reader;
             EXPECT_EQ(reader.Until("\n", pipe), "HELLO " + BuildClientName());
             for (const std::string& piece : answer) WriteBytes(pipe, piece);
-            if (accepted && reader.Until("\n", pipe) == "line") WriteBytes(pipe, "reply\n");
+            if (!reply.empty() && reader.Until("\n", pipe) == "line") WriteBytes(pipe, reply), WriteBytes(pipe, "\n");
             // The bridge leaves a viewer that says no more.
             const bool left = answer[0] != endless || reader.Until("\n", pipe) == "<end>";
             EXPECT_TRUE(left);
             CloseHandle(pipe);
         });
         AnnounceControlServer(true);
-        EXPECT_EQ(ConnectControlPipe(MainThreadConnectTimeOut), accepted) << answer[0];
-        EXPECT_EQ(SendControlLine("line").value_or("none"), accepted ? "reply" : "none");
+        const auto& [answer, outcome, reply] = row;
+        EXPECT_EQ(ConnectControlPipe(MainThreadConnectTimeOut), !reply.empty()) << answer[0];
+        expected.insert(expected.end(), {NameText + " opened", outcome});
+        if (!reply.empty()) expected.insert(expected.end(), {"sending a line of 4 bytes: line"});
+        if (reply == large) {
+            const LargestAllocation limit(4096);
+            EXPECT_THROW(static_cast<void>(SendControlLine("line")), std::bad_alloc);
+            EXPECT_FALSE(EnsureControlConnection(0)) << "the rest of that reply is nobody's";
+            expected.insert(expected.end(), {"connection closed", "searched for N ms: no viewer found"});
+        } else {
+            EXPECT_EQ(SendControlLine("line").value_or(""), reply);
+        }
         viewer.join();
         CloseControlConnection();
+        if (reply == "reply") expected.insert(expected.end(), {"reply of 5 bytes after N ms: reply", "connection closed"});
     }
+    EXPECT_EQ(traced.Take(), expected);
 }
 
-TEST_F(ServerTest, OnlyPipesOfThisMachineAreOpened) {
-    Start();
-    const WideString own = ControlPipeName(GetCurrentProcessId()), name = own.substr(own.rfind('\\') + 1);
+#if !defined(_WIN32)
+/// In the place of the stand-in's: the waits for a busy pipe.
+static std::string waits;
+BOOL WaitNamedPipeW(LPCWSTR name, DWORD timeOut) {
+    waits += WideToUtf8(name) + " " + std::to_string(timeOut);
+    return TRUE;
+}
+#endif
+
+TEST_F(Connection, OpensOnlyPipesOfThisMachineThatAreFree) {
     const std::filesystem::path file = std::filesystem::absolute("announced.txt");
     std::ofstream(file) << "untouched";
-    const WideString path = Utf8ToWide(file.string());
-    const std::pair<WideString, bool> rows[] = {
-        {TEXT("\\\\.\\PIPE\\") + name, true},
-        {TEXT("\\\\.\\pipe\\x\\..\\") + name, false},
-        {TEXT("\\\\localhost\\pipe\\") + name, false},
-        {TEXT("//./pipe/") + name, false},
-        {path, false},
-        {TEXT("\\\\.\\pipe\\..\\") + path, false},
+    const std::string path = file.string(), end = NameText.substr(NameText.rfind('\\') + 1);
+    const std::string foreign = " is not a pipe of this machine and is never opened";
+    const std::pair<std::string, std::string> rows[] = {
+        {"\\\\.\\pipe\\x\\..\\" + end, foreign},
+        {"\\\\.\\pipe\\ . \\" + end, foreign},
+        {"\\\\.\\pipe\\", foreign},
+        {"\\\\localhost\\pipe\\" + end, foreign},
+        {"//./pipe/" + end, foreign},
+        {path, foreign},
+        {"\\\\.\\pipe\\..\\" + path, foreign},
+        {NameText + "0", " did not open: Windows error 2. File not found."},
+        {NameText, " did not open: Windows error 231. All pipe instances are busy."},
+        {"\\\\.\\PIPE\\" + end, " did not open: Windows error 231. All pipe instances are busy."},
     };
-    for (const auto& [announced, opened] : rows) {
-        SetAnnounced(Announcement::PipeName, REG_SZ, announced + WCHAR(0));
-        EXPECT_EQ(WideToUtf8(FindControlPipes().at(0)), WideToUtf8(announced)) << "a candidate all the same";
-        EXPECT_EQ(ConnectControlPipe(opened ? MainThreadConnectTimeOut : 1), opened) << WideToUtf8(announced);
-        CloseControlConnection();
+    const OwnedHandle busy(CreatePipe());
+    const RawClient client(Name);
+    std::vector<std::string> expected;
+    TraceLines traced;
+    AnnounceControlServer(true);
+    for (const auto& [announced, refusal] : rows) {
+        SetAnnounced(Announcement::PipeName, REG_SZ, Utf8ToWide(announced) + WCHAR(0));
+        EXPECT_EQ(WideToUtf8(FindControlPipes().at(0)), announced) << "a candidate all the same";
+        EXPECT_FALSE(ConnectControlPipe(1)) << announced;
+        expected.insert(expected.end(), {announced + refusal, "searched for N ms: no pipe opened"});
     }
+    AnnounceControlServer(false);
+    EXPECT_FALSE(ConnectControlPipe(1));
+    expected.push_back("searched for N ms: no viewer found");
+#if defined(_WIN32)
+    EXPECT_EQ(traced.Take().size(), expected.size()) << "the system's own words for its errors";
+#else
+    EXPECT_EQ(traced.Take(), expected);
+    EXPECT_EQ(waits, NameText + " 250\\\\.\\PIPE\\" + end + " 250");
+#endif
     EXPECT_EQ(std::filesystem::file_size(file), 9u);
     std::filesystem::remove(file);
 }
 
-TEST_F(ServerTest, ACommandIsSentAgainToAViewerThatHasComeBackAndNothingOldIsKept) {
+TEST_F(Connection, ServesACommandAgainWhenTheViewerHasComeBackAndKeepsNothingOld) {
     HostWindow host;
     Start(host.Handle);
     EXPECT_FALSE(EnsureControlConnection(0)) << "no time, no attempt";
@@ -108,5 +174,4 @@ TEST_F(ServerTest, ACommandIsSentAgainToAViewerThatHasComeBackAndNothingOldIsKep
         return ThreadsAndHandles();
     };
     EXPECT_EQ(LeftBehind(comeBack), "");
-    CloseControlConnection();
 }

@@ -6,7 +6,7 @@
 #include <fstream>
 
 /// The body of the one reply that the bridge writes when framed messages with these bodies are its standard input.
-static std::string Reply(std::initializer_list<std::string> bodies, std::size_t largestAllocation = NoLimit) {
+static std::string Reply(std::initializer_list<std::string> bodies, std::size_t largestAllocation = SIZE_MAX) {
     Link = {};
     const std::string path = testing::TempDir() + "orvane_bridge_input";
     std::ofstream input(path, std::ios::binary);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "hostlink/connection.h"
+#include "limited_memory.h"
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -20,18 +21,15 @@ struct ScriptedLink {
 /// The link that the functions of hostlink/connection.h use; a test sets it up anew.
 extern ScriptedLink Link;
 
-/// Allocations larger than this throw std::bad_alloc.
-extern std::size_t LargestAllocation;
-inline constexpr std::size_t NoLimit = ~static_cast<std::size_t>(0);
-
 /// Runs `write`, with no allocation larger than `largest`, and returns the body of the one framed message that it
 /// writes; its header is checked here. On Windows the output goes through a text file, which leaves it unchanged.
 template <typename Write>
-std::string WrittenBody(Write write, std::size_t largest = NoLimit) {
+std::string WrittenBody(Write write, std::size_t largest = SIZE_MAX) {
     testing::internal::CaptureStdout();
-    LargestAllocation = largest;
-    write();
-    LargestAllocation = NoLimit;
+    {
+        const LargestAllocation limit(largest);
+        write();
+    }
     const std::string output = testing::internal::GetCapturedStdout();
     const std::string body = output.substr(std::min(output.find('{'), output.size()));
     EXPECT_EQ(output, "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);

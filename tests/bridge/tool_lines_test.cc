@@ -3,7 +3,7 @@
 #include "tools/results.h"
 #include "tools/tool_calls.h"
 
-static std::string Call(const std::string& tool, const std::string& arguments, std::size_t largest = NoLimit) {
+static std::string Call(const std::string& tool, const std::string& arguments, std::size_t largest = SIZE_MAX) {
     const std::string message = R"({"params":{"name":")" + tool + R"(","arguments":{)" + arguments + "}}}";
     return WrittenBody([&] { HandleToolCall("7", message); }, largest);
 }
