@@ -85,7 +85,7 @@ std::vector<std::string> TraceLines::Of(const std::string& output, DWORD process
     std::smatch match;
     std::istringstream stream(output);
     for (std::string line; std::getline(stream, line);) {
-        if (!std::regex_match(line, match, head)) continue;
+        if (!std::regex_search(line, match, head)) continue;
         EXPECT_TRUE(match[1] == LocalTime("%H:%M") || match[1] == LocalTime("%H:%M", 60)) << line;
         lines.push_back(std::regex_replace(match[2].str(), duration, "$1 N ms"));
     }

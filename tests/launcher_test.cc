@@ -92,6 +92,56 @@ TEST_F(Launcher, TheLauncherGoesWithItsClientWhateverTheViewerDoes) {
     Start(host.Handle);
     const std::string call = R"({"id":1,"method":"tools/call","params":{"name":"get_net_info","net":"GND"}})"
                              "\n";
+    const std::string answer =
+        R"({"jsonrpc":"2.0","id":1,"result":{"content":[{"type":"text","text":"7:GND"}],"isError":false}})";
+    const auto startAgent = [](const char* mode) { return ChildProcess(ModulePath(nullptr), {"--agent", mode}); };
+    ChildProcess killed = startAgent("kill");
+    // More than fits before its first call is answered, so that something stays unread.
+    std::thread sender([&] { killed.Send(call + R"({"ids":")" + std::string(200000, 'x') + "\"}\n" + call); });
+    EXPECT_TRUE(Eventually([&] { return host.Commands == 1; }));
+    ChildProcess piped(LauncherFile), left = startAgent("leave");
+    piped.Send(call);
+    piped.Input.reset();
+    left.Send(call);
+    EXPECT_EQ(left.WaitForExitCode(), 0u);
+    killed.Kill();
+    sender.join();
+    EXPECT_EQ(killed.Read("<no mark>"), "<end>") << "the launcher has left its output";
+    // As long as that took, the others were as alone: one with a parent that lives, one with a client that isn't it.
+    goOn.set_value();
+    EXPECT_EQ(piped.Read("<no mark>"), answer + "\n<end>");
+    EXPECT_EQ(left.Read("\n"), answer);
+    left.Input.reset();
+    EXPECT_EQ(left.Read("<no mark>"), "<end>");
+}
+
+TEST_F(Launcher, CutsTheNameOfItsClientToTheGreetingsLength) {
+    const std::string parent = std::string(240, 'p') + ".exe";
+    std::filesystem::remove(parent);
+    std::filesystem::create_hard_link(ModulePath(nullptr), parent);
+    Start();
+    {
+        const ChildProcess agent(TEXT("./") + Utf8ToWide(parent), {"--agent", "kill"});
+        EXPECT_TRUE(Eventually([&] { return OrvaneMcp_GetClientCount() == 1; }));
+    }
+    const std::string name = WideToUtf8(ServerState().Clients.at(0).DisplayName);
+    EXPECT_EQ(name.size(), 254 - std::size("HELLO ") + 1) << name;
+    EXPECT_NE(name.find(", parent ppp"), name.npos) << name;
+    std::filesystem::remove(parent);
+}
+
+TEST_F(Launcher, TracesWhatItDoesOnItsErrorOutput) {
+    static char level[] = "ORVANE_MCP_TRACE=2";
+    putenv(level);
+    HostWindow host([&host](HostCommand& command) {
+        if (host.Commands == 1) OrvaneMcp_DisconnectClients();
+        return Echo(command);
+    });
+    Start(host.Handle);
+    const std::string net = std::string(491, 'n') + "\xE2\x82\xAC" + std::string(200, 'x');
+    const std::string line = "GET_NET\t" + net, opened = WideToUtf8(RawClient::OwnPipe()) + " opened";
+    const std::string call =
+        R"({"method":"tools/call","id":1,"params":{"name":"get_net_info","arguments":{"net":")" + net + "\"}}}";
     const std::string head = R"({"jsonrpc":"2.0","id":1,"result":{"content":[{"type":"text","text":")";
     const std::string failure = head + R"(Failed to send command to Orvane."}],"isError":true}})";
     const std::string answer = head + "7:" + net + R"("}],"isError":false}})";
