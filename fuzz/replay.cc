@@ -1,5 +1,5 @@
-/// A fuzzer's check without the fuzzer, as a quick test: over the inputs in a folder, and over changed copies of them that
-/// are the same in each run.
+/// A fuzzer's check without the fuzzer, as a quick test: over the inputs in a folder, and over changed copies of them
+/// that are the same in each run.
 
 #include <cstdint>
 #include <filesystem>

@@ -1,5 +1,5 @@
-/// A reply line from the pipe: it becomes one well-formed result with the text and the image that a plain second reading
-/// of the line gives, and escaping then unescaping gives a text back.
+/// A reply line from the pipe: it becomes one well-formed result with the text and the image that a plain second
+/// reading of the line gives, and escaping then unescaping gives a text back.
 
 #include "checks.h"
 #include "protocol/control_protocol.h"
@@ -69,7 +69,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     const std::string data = blocks.size() > 1 ? blocks[1]["data"].get<std::string>() : "";
     const auto isPlain = [](unsigned char byte) { return byte >= ' ' && byte != '"' && byte != '\\'; };
     if (!IsUtf8(result->Body) || !std::all_of(data.begin(), data.end(), isPlain)) return 0;
-    const nlohmann::json expected = {{"jsonrpc", "2.0"}, {"id", 1}, {"result", {{"content", blocks}, {"isError", failed}}}};
-    Require(IsJson(result->Body) && nlohmann::json::parse(result->Body) == expected, "a result has the reply's contents");
+    const nlohmann::json expected = {
+        {"jsonrpc", "2.0"}, {"id", 1}, {"result", {{"content", blocks}, {"isError", failed}}}};
+    Require(IsJson(result->Body) && nlohmann::json::parse(result->Body) == expected,
+            "a result has the reply's contents");
     return 0;
 }

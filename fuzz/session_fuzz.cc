@@ -61,14 +61,6 @@ BOOL WriteFile(HANDLE, LPCVOID buffer, DWORD size, LPDWORD bytesWritten, OVERLAP
     return TRUE;
 }
 
-BOOL DisconnectNamedPipe(HANDLE) {
-    return TRUE;
-}
-
-BOOL CloseHandle(HANDLE) {
-    return TRUE;
-}
-
 BOOL IsWindow(HWND) {
     return TRUE;
 }
@@ -125,7 +117,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     state.Running = true;
     state.HostWindow = reinterpret_cast<HWND>(&state);
     state.NextClientId = 1;
-    ClientSession session{std::make_shared<PipeInstance>(OwnedHandle(&state)), state.ServerRun};
+    ClientSession session{std::make_shared<PipeInstance>(OwnedHandle()), state.ServerRun};
     RunClientSession(session);
     Require(OrvaneMcp_GetClientCount() == 0, "a session that ends leaves no record");
 

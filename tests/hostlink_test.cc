@@ -4,8 +4,8 @@
 #include "hostlink/client_identity.h"
 #include "hostlink/connection.h"
 #include "hostlink/discovery.h"
-#include "protocol/control_protocol.h"
 #include "limited_memory.h"
+#include "protocol/control_protocol.h"
 #include "tools/results.h"
 
 #include <fstream>
@@ -52,9 +52,7 @@ struct Connection : ServerTest {
         CloseControlConnection();
         ServerTest::TearDown();
     }
-    HANDLE CreatePipe() const {
-        return CreateNamedPipeW(Name.c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr);
-    }
+    HANDLE CreatePipe() const { return CreateNamedPipeW(Name.c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr); }
 };
 
 TEST_F(Connection, NeedsAnOkToItsGreeting) {
@@ -101,7 +99,8 @@ TEST_F(Connection, NeedsAnOkToItsGreeting) {
         }
         viewer.join();
         CloseControlConnection();
-        if (reply == "reply") expected.insert(expected.end(), {"reply of 5 bytes after N ms: reply", "connection closed"});
+        if (reply == "reply")
+            expected.insert(expected.end(), {"reply of 5 bytes after N ms: reply", "connection closed"});
     }
     EXPECT_EQ(traced.Take(), expected);
 }

@@ -35,12 +35,8 @@ TEST_F(Launcher, TheLauncherAnswersEachMessageInItsOwnFramingUntilItsInputEnds) 
         {"", ""},
         {"\n \n" + ping + "\r\n", refused + "\n"},
         {framed(ping) + "\r\n" + ping + "\n" + framed(ping), framed(refused) + refused + "\n" + framed(refused)},
-        {"X: y\r\nCONTENT-LENGTH:\t+24 ; x\nContent-Length: 1\nX: y\n\n" + ping, framed(refused)},
-        {"Content-Length: 33554433\r\n\r\n" + ping, refused + "\n"},
         {"Content-Length: 33554432\r\n\r\n" + ping + "\n", ""},
-        {framed("{\n\"method\": \"x\",\n\"id\": 7\n}"), framed(head + "7\n" + unknown)},
         {R"({"method":"initialize"})", (head + "null").append(InitializeResultText) + "\n"},
-        {R"({"id":"a,\"b","result":{}})", head + R"("a,\"b")" + unknown + "\n"},
         {R"({"id":1.5,"method": "tools/list"})", (head + "1.5").append(ToolListResultText) + "\n"},
         {R"({"id":null,"method":"tools/call","params":{"name":"get_net_info","arguments":{"net":"GND"}}})",
          head + R"(null,"result":{"content":[{"type":"text","text":"7:GND"}],"isError":false}})" + "\n"},
@@ -154,15 +150,15 @@ TEST_F(Launcher, TracesWhatItDoesOnItsErrorOutput) {
     // Contents are cut after 500 bytes, but not inside a character.
     const std::string sending = "sending a line of " + size(line) + ": GET_NET\\x09" + net.substr(0, 491) + " ...";
     const std::string shownCall = call.substr(0, 500) + " ...";
-    EXPECT_THAT(TraceLines::Of(told, bridge.Id),
-                testing::UnorderedElementsAre(
-                    "message of " + size(call) + ", a bare line: " + shownCall, opened, accepted, sending,
-                    "no reply after N ms: Windows error 109", "connection closed",
-                    "answer of " + size(failure) + ": " + failure, "message of " + size(call) + ", framed: " + shownCall,
-                    opened, accepted, sending,
-                    "reply of " + size("OK\t7:" + net) + " after N ms: OK\\x097:" + net.substr(0, 495) + " ...",
-                    "answer of " + size(answer) + ": " + answer.substr(0, 500) + " ...", "input ended",
-                    "connection closed"));
+    EXPECT_THAT(
+        TraceLines::Of(told, bridge.Id),
+        testing::UnorderedElementsAre(
+            "message of " + size(call) + ", a bare line: " + shownCall, opened, accepted, sending,
+            "no reply after N ms: Windows error 109", "connection closed",
+            "answer of " + size(failure) + ": " + failure, "message of " + size(call) + ", framed: " + shownCall,
+            opened, accepted, sending,
+            "reply of " + size("OK\t7:" + net) + " after N ms: OK\\x097:" + net.substr(0, 495) + " ...",
+            "answer of " + size(answer) + ": " + answer.substr(0, 500) + " ...", "input ended", "connection closed"));
 }
 
 TEST_F(Launcher, TheCheckTellsHowFarAnAgentsCallsGet) {

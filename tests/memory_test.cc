@@ -1,9 +1,8 @@
 /// Memory that runs out, and threads that can't be had.
 
-#include "limited_memory.h"
-
 #include "host_window.h"
 #include "hostlink/discovery.h"
+#include "limited_memory.h"
 
 #if !defined(_WIN32)
 #include <cerrno>

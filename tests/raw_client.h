@@ -53,9 +53,9 @@ std::string LeftBehind(Round round, int rounds = 4) {
 
 /// The same, once it stays the same: threads take a moment to leave.
 inline std::string ThreadsAndHandles() {
-    std::string counted;
-    LeftBehind([&] { return Sleep(5), counted = CountThreadsAndHandles(); }, 6000);
-    return counted;
+    std::string used;
+    Eventually([&] { return std::exchange(used, CountThreadsAndHandles()) == used; });
+    return used;
 }
 
 /// Reads a stream from mark to mark. Takes the bytes in the pieces they come in, and keeps what follows a mark.
