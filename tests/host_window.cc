@@ -1,11 +1,6 @@
 #include "host_window.h"
 
 #include "control/announcement.h"
-#include "text/trace.h"
-
-#include <ctime>
-#include <regex>
-#include <sstream>
 
 static thread_local HostWindow* threadHost = nullptr;
 
@@ -69,32 +64,4 @@ std::vector<std::string> ServerTest::ClientNames() {
     for (int i = 0; OrvaneMcp_GetClientInfo(i, &info) != 0; ++i) names.push_back(WideToUtf8(info.DisplayName));
     EXPECT_EQ(OrvaneMcp_GetClientCount(), static_cast<int>(names.size()));
     return names;
-}
-
-TraceLines::TraceLines() {
-    testing::internal::CaptureStdout();
-    static char level[] = "ORVANE_MCP_TRACE=2";
-    putenv(level);
-    StartTraceOn(STD_OUTPUT_HANDLE);
-}
-
-std::vector<std::string> TraceLines::Of(const std::string& output, DWORD processId) {
-    const std::regex head("(\\d\\d:\\d\\d):\\d\\d\\.\\d{3} orvane_mcp " + std::to_string(processId) + ": (.*)");
-    const std::regex duration("(after|for) \\d+ ms");
-    std::vector<std::string> lines;
-    std::smatch match;
-    std::istringstream stream(output);
-    for (std::string line; std::getline(stream, line);) {
-        if (!std::regex_search(line, match, head)) continue;
-        EXPECT_TRUE(match[1] == LocalTime("%H:%M") || match[1] == LocalTime("%H:%M", 60)) << line;
-        lines.push_back(std::regex_replace(match[2].str(), duration, "$1 N ms"));
-    }
-    return lines;
-}
-
-std::string LocalTime(const char* format, int secondsAgo) {
-    const std::time_t time = std::time(nullptr) - secondsAgo;
-    char text[64] = {};
-    std::strftime(text, sizeof text, format, std::localtime(&time));
-    return text;
 }

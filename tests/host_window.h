@@ -34,15 +34,3 @@ struct ServerTest : testing::Test {
     /// The display names, as the host reads them.
     static std::vector<std::string> ClientNames();
 };
-
-/// The lines that this process traces at level 2 while it lives, as they come on standard output.
-struct TraceLines {
-    TraceLines();
-    /// The lines so far, without what differs each time: their head, which is checked, and durations. Once.
-    static std::vector<std::string> Take() { return Of(testing::internal::GetCapturedStdout(), GetCurrentProcessId()); }
-    /// The same for the output of a process, of which lines that are no trace are left out.
-    static std::vector<std::string> Of(const std::string& output, DWORD processId);
-};
-
-/// This second in local time, in a format of strftime's.
-std::string LocalTime(const char* format, int secondsAgo = 0);

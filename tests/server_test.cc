@@ -4,6 +4,7 @@
 #include "hostlink/discovery.h"
 #include "protocol/control_protocol.h"
 #include "protocol/verbs.h"
+#include "trace_log.h"
 
 using testing::ElementsAre;
 
