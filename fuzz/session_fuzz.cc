@@ -67,15 +67,13 @@ BOOL IsWindow(HWND) {
 
 void Sleep(DWORD) {}
 
-/// The host answers with the command's own text, in a block for every other command.
+/// The host answers with the command's own text.
 LRESULT SendMessageW(HWND, UINT, WPARAM, LPARAM parameter) {
     Require(!refused || ClientHasGone(), "a client that stays without its reply is served no further");
     ++commands;
     HostCommand& command = *reinterpret_cast<HostCommand*>(parameter);
     Require(command.LongText != nullptr && command.LongText[command.LongTextLength] == 0, "a command's text ends");
     command.Success = 1;
-    if (command.CommandId % 2 != 0)
-        return std::copy(std::begin(command.Text), std::end(command.Text), command.Reply), 1;
     const std::size_t bytes = command.LongTextLength * sizeof(OrvaneMcpChar);
     command.LongReply = static_cast<OrvaneMcpChar*>(CoTaskMemAlloc(bytes + 1));
     std::memcpy(command.LongReply, command.LongText, bytes);
@@ -85,7 +83,7 @@ LRESULT SendMessageW(HWND, UINT, WPARAM, LPARAM parameter) {
 
 namespace {
 
-/// The reply to a request line; its beginning where the text is not plain or too long for the record.
+/// The reply to a request line; its beginning where the text is not plain.
 std::string ExpectedReply(std::string line) {
     line.erase(line.find_last_not_of('\r') + 1);
     if (line.empty()) return "";
@@ -94,7 +92,7 @@ std::string ExpectedReply(std::string line) {
         if (!line.starts_with(verb.Literal) || (!verb.HasPayload() && line != verb.Literal)) continue;
         const std::string text = std::string(verb.TextPrefix) + line.substr(verb.Literal.size());
         const auto isPlain = [](char c) { return c >= '\t' && c <= 'z' && c != '\\' && c != '\r'; };
-        if (!std::all_of(text.begin(), text.end(), isPlain) || text.size() > 999) return "OK\t";
+        if (!std::all_of(text.begin(), text.end(), isPlain)) return "OK\t";
         return "OK\t" + (text.empty() ? "OK" : text) + "\n";
     }
     return "ERR\tUnknown Orvane MCP command.\n";
