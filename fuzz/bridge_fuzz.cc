@@ -8,7 +8,6 @@
 #include "protocol/control_protocol.h"
 #include "protocol/verbs.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <utility>
 

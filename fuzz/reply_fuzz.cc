@@ -5,9 +5,7 @@
 #include "protocol/control_protocol.h"
 #include "tools/results.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 namespace {

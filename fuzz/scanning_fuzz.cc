@@ -4,7 +4,6 @@
 #include "checks.h"
 #include "mcp/scanning.h"
 
-#include <algorithm>
 #include <cstdint>
 
 namespace {

@@ -10,7 +10,6 @@
 #include "protocol/control_protocol.h"
 #include "protocol/verbs.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace {

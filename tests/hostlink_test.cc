@@ -77,7 +77,7 @@ TEST_F(Connection, NeedsAnOkToItsGreeting) {
             MarkedReader reader;
             EXPECT_EQ(reader.Until("\n", pipe), "HELLO " + BuildClientName());
             for (const std::string& piece : answer) WriteBytes(pipe, piece);
-            if (!reply.empty() && reader.Until("\n", pipe) == "line") WriteBytes(pipe, reply), WriteBytes(pipe, "\n");
+            if (!reply.empty() && reader.Until("\n", pipe) == "line") WriteBytes(pipe, reply), WriteBytes(pipe, "\r\n");
             // The bridge leaves a viewer that says no more.
             const bool left = answer[0] != endless || reader.Until("\n", pipe) == "<end>";
             EXPECT_TRUE(left);

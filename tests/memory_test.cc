@@ -52,6 +52,18 @@ TEST_F(MemoryShortage, EndsTheConnectionOfAClientWhoseLineNeverEndsAndNoOther) {
     EXPECT_TRUE(SessionsBecome(1));
 }
 
+TEST_F(MemoryShortage, MakesStartsAndDisconnectsFail) {
+    const RawClient client("one");
+    {
+        const LargestAllocation none(0);
+        EXPECT_EQ(OrvaneMcp_DisconnectClients(), 0);
+        EXPECT_EQ(OrvaneMcp_StartControlServer(nullptr), 1) << "it runs";
+    }
+    OrvaneMcp_StopControlServer();
+    const LargestAllocation none(0);
+    EXPECT_EQ(OrvaneMcp_StartControlServer(nullptr), 0);
+}
+
 TEST_F(MemoryShortage, FreesAHostsReplyThatCannotBeConvertedAndEndsNoOtherConnection) {
     RawClient patient("patient"), asking("asking");
     EXPECT_EQ(asking.Exchange("GET_BOARD_STATE"), "<end>");
