@@ -17,8 +17,8 @@ ChildProcess::ChildProcess(const WideString& program, const std::vector<std::str
     EXPECT_NE(process_, -1);
     close(input[0]);
     close(output[1]);
-    Input.emplace(input[1]);
-    Output.emplace(output[0]);
+    Input.reset(fdopen(input[1], "wb"));
+    Output.reset(fdopen(output[0], "rb"));
 #if defined(_WIN32)
     Id = GetProcessId(reinterpret_cast<HANDLE>(process_));
 #else
@@ -26,18 +26,9 @@ ChildProcess::ChildProcess(const WideString& program, const std::vector<std::str
 #endif
 }
 
-bool ChildProcess::Send(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const auto count = write(Input->File, bytes.data(), static_cast<unsigned>(bytes.size()));
-        if (count <= 0) return false;
-        bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-    return true;
-}
-
 std::string ChildProcess::Read(std::string_view mark) {
     return Reader.Until(mark, [this](char* buffer, unsigned size) {
-        const auto count = read(Output->File, buffer, size);
+        const auto count = read(_fileno(Output.get()), buffer, size);
         return count > 0 ? static_cast<std::size_t>(count) : 0;
     });
 }

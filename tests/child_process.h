@@ -14,20 +14,16 @@ std::intptr_t Spawn(const WideString& program, const std::vector<std::string>& a
 /// A program with pipes for its standard input and for its output and errors. It dies with the test, and at the latest
 /// with this record.
 struct ChildProcess {
-    struct PipeEnd {
-        int File;
-        explicit PipeEnd(int file) : File(file) {}
-        PipeEnd& operator=(PipeEnd&&) = delete;
-        ~PipeEnd() { close(File); }
-    };
-    std::optional<PipeEnd> Input, Output;
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> Input{nullptr, std::fclose}, Output{nullptr, std::fclose};
     MarkedReader Reader;
     DWORD Id = 0;
 
     /// Call it on a thread that outlives the program: in the native lane that dies with its parent's thread.
     explicit ChildProcess(const WideString& program, const std::vector<std::string>& arguments = {});
     ~ChildProcess() { Kill(); }
-    bool Send(std::string_view bytes);
+    bool Send(std::string_view bytes) {
+        return std::fwrite(bytes.data(), 1, bytes.size(), Input.get()) == bytes.size() && std::fflush(Input.get()) == 0;
+    }
     std::string Read(std::string_view mark);
     DWORD WaitForExitCode();
     /// Ends it at once, with `exitCode` where the system lets us choose. Harmless when it has ended.
