@@ -150,6 +150,7 @@ TEST_F(Launcher, TheCheckTellsHowFarAnAgentsCallsGet) {
     const std::string pipe = WideToUtf8(RawClient::OwnPipe());
     EXPECT_THAT(check(),
                 AllOf(HasSubstr("announced in the registry, with the pipe " + pipe), HasSubstr(pipe + " opened"),
-                      HasSubstr("greeting accepted after "), HasSubstr("    no net\\x1B"), EndsWith("<end>0")));
+                      HasSubstr("greeting accepted after "), HasSubstr("sending a line of 15 bytes\n"),
+                      HasSubstr("    no net\\x1B"), EndsWith("<end>0")));
     EXPECT_THAT(check("--chek"), AllOf(HasSubstr("unknown argument \"--chek\""), EndsWith("<end>2")));
 }

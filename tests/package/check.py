@@ -10,17 +10,15 @@ import subprocess
 import sys
 import uuid
 
-EXPORTS = {"OrvaneMcp_" + name for name in (
-    "RunStdioBridge", "StartControlServer", "StopControlServer", "GetApiVersion", "GetPipeName", "GetServerPath",
-    "GetLastError", "GetClientCount", "GetClientInfo", "DisconnectClients")}
+CHECKOUT = pathlib.Path(__file__).resolve().parents[2]
+EXPORTS = set(re.findall(r"^ +(\w+)$", (CHECKOUT / "src/api/orvane_mcp.def").read_text("utf-8"), re.M))
 SYSTEM = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "user32.dll"}
-failed = False
 
 
 def check(holds, what):
-    global failed
-    failed = failed or not holds
-    print(("ok      " if holds else "FAILED  ") + what)
+    print(what)
+    if not holds:
+        sys.exit("FAILED: " + what)
 
 
 def run(*words, **options):
@@ -34,8 +32,7 @@ def check_file(file, imports, exports, version, function):
                "--coff-debug-directory", file)
     found = {word.lower() for word in re.findall(r"^Import {\n  Name: (\S+)", dump, re.M)}
     check(found and found <= imports, f"{name} imports from {', '.join(sorted(found))}")
-    check(set(re.findall(r"^Export {\n.*\n  Name: (\w+)", dump, re.M)) == exports,
-          f"{name} exports {len(exports)} functions")
+    check(set(re.findall(r"^Export {\n.*\n  Name: (\w+)", dump, re.M)) == exports, f"{name} exports {len(exports)}")
     for flag in ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"):
         check(f"IMAGE_DLL_CHARACTERISTICS_{flag} " in dump, f"{name}: {flag}")
     check("TimeDateStamp: 1970-01-01 00:00:00" in dump, f"{name} holds no time")
@@ -66,9 +63,8 @@ def check_content(package, bundle):
                     "bin", "symbols", "lib", "include", "docs", "examples"}, "it holds " + ", ".join(sorted(names)))
     check(all(name in readme for name in names - {"README"}), "README tells what each of them is")
     # Symbols name the folders where Debian has its compiler and its headers.
-    checkout = str(pathlib.Path(__file__).resolve().parents[2])
     for path in (one for top in (package, bundle) for one in sorted(top.rglob("*")) if one.is_file()):
-        folders = [checkout, "/home/", "/root/", "/tmp/"] + ([] if path.suffix == ".pdb" else ["/usr/lib", "/usr/x86"])
+        folders = [str(CHECKOUT), "/home/", "/root/", "/tmp/"] + ([] if path.suffix == ".pdb" else ["/usr/lib", "/usr/x86"])
         told = [folder for folder in folders if folder.encode() in path.read_bytes()]
         check(not told, f"{path.name} names no folder of the build {told or ''}".rstrip())
     for document in package.rglob("*.md"):
@@ -99,4 +95,3 @@ elif part == "content":
     check_content(package, pathlib.Path(rest))
 else:
     check_host(package, pathlib.Path(rest))
-sys.exit(failed)
