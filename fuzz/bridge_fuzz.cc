@@ -54,10 +54,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string_view input = bytes;
     if (input.empty()) return 0;
     std::FILE* const console = std::exchange(stdin, fmemopen(bytes.data(), bytes.size(), "rb"));
-    CaughtOutput caught;
-    RunMessageLoop();
+    const std::string written = Output(RunMessageLoop);
     std::fclose(std::exchange(stdin, console));
-    std::string_view output = caught.Text();
+    std::string_view output = written;
     while (const std::optional<Message> message = TakeInputMessage(input)) {
         const std::string_view tail = ExpectedTail(message->Body);
         if (tail.empty()) continue;

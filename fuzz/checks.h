@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
@@ -15,11 +16,15 @@ inline void Require(bool holds, const char* what) {
     if (!holds) throw std::logic_error(what);
 }
 
+/// The text without line ends at its end.
+inline std::string WithoutEnd(const std::string& text) {
+    return text.substr(0, text.find_last_not_of("\r\n") + 1);
+}
+
 inline std::string TakeLine(std::string_view& input) {
-    const std::size_t end = std::min(input.find('\n'), input.size());
-    std::string line(input.substr(0, end));
-    input.remove_prefix(std::min(end + 1, input.size()));
-    return line.substr(0, line.find_last_not_of("\r\n") + 1);
+    const std::string line(input.substr(0, input.find('\n')));
+    input.remove_prefix(std::min(line.size() + 1, input.size()));
+    return WithoutEnd(line);
 }
 
 /// The length that a header line tells; 0 for a line that is none, or tells none from 1 to 32 MiB.
@@ -117,24 +122,14 @@ inline std::string IdOf(const std::string& m) {
     return m.substr(*start, AfterString(m, *start, text).value_or(*start) - *start);
 }
 
-/// Standard output, caught in memory from here to Text().
-class CaughtOutput {
-  public:
-    CaughtOutput() : console_(stdout) { stdout = open_memstream(&data_, &size_); }
-    CaughtOutput(const CaughtOutput&) = delete;
-    CaughtOutput& operator=(const CaughtOutput&) = delete;
-    ~CaughtOutput() {
-        std::fclose(stdout);
-        stdout = console_;
-        std::free(data_);
-    }
-    std::string_view Text() {
-        std::fflush(stdout);
-        return {data_, size_};
-    }
-
-  private:
-    std::FILE* console_;
-    char* data_ = nullptr;
-    std::size_t size_ = 0;
-};
+/// What `write` leaves on standard output.
+template <typename Write>
+std::string Output(Write write) {
+    char* data = nullptr;
+    std::size_t size = 0;
+    std::FILE* const console = std::exchange(stdout, open_memstream(&data, &size));
+    write();
+    std::fclose(std::exchange(stdout, console));
+    const std::unique_ptr<char, decltype(&std::free)> owned(data, std::free);
+    return {data, size};
+}

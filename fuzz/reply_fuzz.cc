@@ -20,10 +20,6 @@ std::string Unescaped(const std::string& text) {
     return plain;
 }
 
-void RemoveLineEnd(std::string& text) {
-    while (text.ends_with('\r') || text.ends_with('\n')) text.pop_back();
-}
-
 /// The blocks of a result. The first line that is marked gives the image, when it has all that an image needs.
 nlohmann::json Blocks(const std::string& text) {
     const std::string mark = "ORVANE_MCP_IMAGE ", mimeKey = "mime_type=", dataKey = " data=";
@@ -35,8 +31,8 @@ nlohmann::json Blocks(const std::string& text) {
         place += lines.eof() || marked ? line : line + "\n";
     }
     if (!image.empty()) {
-        RemoveLineEnd(after);
-        if (after.empty()) RemoveLineEnd(before);
+        after = WithoutEnd(after);
+        if (after.empty()) before = WithoutEnd(before);
     }
     nlohmann::json blocks = nlohmann::json::array({{{"type", "text"}, {"text", before + after}}});
     const std::size_t mime = image.find(mimeKey, mark.size()), data = image.find(dataKey, mark.size());
@@ -55,9 +51,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     Require(escaped.find_first_of("\r\n") == std::string::npos, "an escaped text is one line");
     Require(UnescapeControlText(escaped) == reply && Unescaped(escaped) == reply, "unescaping undoes escaping");
 
-    CaughtOutput caught;
-    RenderControlReply("1", reply);
-    std::string_view output = caught.Text();
+    const std::string written = Output([&reply] { RenderControlReply("1", reply); });
+    std::string_view output = written;
     const auto result = TakeOutputMessage(output);
     Require(result && result->Framed && output.empty(), "a reply gives one result");
     const bool failed = reply.starts_with("ERR\t"), good = reply.starts_with("OK\t");

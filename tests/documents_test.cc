@@ -1,16 +1,11 @@
 /// What the documents say of commands and tools, held against the product's own tables.
 #include "mcp/catalogue.h"
 #include "protocol/verbs.h"
+#include "raw_client.h"
 #include "tools/tool_calls.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
-
-static std::string Document(const char* name) {
-    std::ifstream file(std::string(ORVANE_DOCS) + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// What matches the pattern's one group, or the whole of a pattern without a group.
 static std::vector<std::string> All(const std::string& text, const std::string& pattern) {
@@ -19,7 +14,8 @@ static std::vector<std::string> All(const std::string& text, const std::string& 
 }
 
 TEST(Documents, TellAHostTheIdOfEachVerbAndTheWordsThatAgentsAreToldToExpect) {
-    const std::string guide = Document("host-integration.md"), protocol = Document("control-protocol.md");
+    const std::string guide = FileText(ORVANE_DOCS "host-integration.md"),
+                      protocol = FileText(ORVANE_DOCS "control-protocol.md");
     const std::string commands = guide.substr(guide.find("## The commands"));
     for (const HostVerb& verb : HostVerbs) {
         const std::string name = "`" + std::string(verb.Literal.substr(0, verb.Literal.find('\t'))) + "`";
@@ -35,7 +31,7 @@ TEST(Documents, TellAHostTheIdOfEachVerbAndTheWordsThatAgentsAreToldToExpect) {
 }
 
 TEST(Documents, DescribeEachToolOfTheCatalogue) {
-    const std::string document = Document("tools.md"), catalogue(ToolListResultText);
+    const std::string document = FileText(ORVANE_DOCS "tools.md"), catalogue(ToolListResultText);
     const std::vector<std::string> tools = All(catalogue, "\\{\"name\":\"([a-z_]+)\"");
     const std::vector<std::string_view> names = ToolNames();
     EXPECT_EQ(std::vector<std::string>(names.begin(), names.end()), tools) << "of the bridge";

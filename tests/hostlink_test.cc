@@ -9,8 +9,6 @@
 #include "tools/results.h"
 #include "trace_log.h"
 
-#include <fstream>
-
 static void SetAnnounced(LPCWSTR value, DWORD type, const WideString& data) {
     HKEY key = nullptr;
     RegOpenKeyExW(HKEY_CURRENT_USER, Announcement::Key, 0, KEY_SET_VALUE, &key);
@@ -96,7 +94,7 @@ TEST_F(Connection, NeedsAnOkToItsGreeting) {
         viewer.join();
         CloseControlConnection();
     }
-    EXPECT_EQ(trace.Lines(), trace.Expected("greetings"));
+    EXPECT_EQ(trace.Lines(), FileText(ORVANE_TRACES "greetings"));
 }
 
 #if !defined(_WIN32)
@@ -137,7 +135,7 @@ TEST_F(Connection, OpensOnlyPipesOfThisMachineThatAreFree) {
     EXPECT_FALSE(ConnectControlPipe(1));
     std::string lines = trace.Lines();
     for (std::size_t at = 0; (at = lines.find(path)) != lines.npos;) lines.replace(at, path.size(), "FILE");
-    EXPECT_EQ(lines, trace.Expected("refusals"));
+    EXPECT_EQ(lines, FileText(ORVANE_TRACES "refusals"));
 #if !defined(_WIN32)
     EXPECT_EQ(waits, NameText + " 250\\\\.\\PIPE\\" + end + " 250");
 #endif

@@ -77,7 +77,7 @@ TEST_F(MemoryShortage, FreesAHostsReplyThatCannotBeConvertedAndEndsNoOtherConnec
 
 #if !defined(_WIN32)
 
-TEST_F(MemoryShortage, TurnsAClientAwayThatGetsNoThreadAndServesTheNext) {
+TEST_F(MemoryShortage, TurnsAClientAwayThatGetsNoThreadAndAStartTakesBackWhatItDid) {
     RawClient patient("patient");
     noThread = true;
     EXPECT_EQ(RawClient().Exchange("HELLO refused"), "<end>");
@@ -85,9 +85,6 @@ TEST_F(MemoryShortage, TurnsAClientAwayThatGetsNoThreadAndServesTheNext) {
     noThread = false;
     RawClient next("next");
     ExpectService(next);
-}
-
-TEST_F(MemoryShortage, AStartFailsWithoutAThreadAndTakesBackWhatItDid) {
     OrvaneMcp_StopControlServer();
     noThread = true;
     EXPECT_EQ(Start(), 0);

@@ -6,6 +6,7 @@
 #include "platform/process_table.h"
 
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <unistd.h>
 #include <vector>
@@ -17,6 +18,12 @@ bool Eventually(Condition condition) {
         if (condition()) return true;
     }
     return false;
+}
+
+/// The bytes of a file.
+inline std::string FileText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /// The threads and open handles of this process at this moment.

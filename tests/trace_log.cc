@@ -3,7 +3,6 @@
 #include "text/trace.h"
 
 #include <ctime>
-#include <fstream>
 #include <regex>
 #include <sstream>
 
@@ -26,11 +25,6 @@ std::string TraceLog::Lines(const std::string& output, DWORD processId) const {
         lines += std::regex_replace(match[2].str(), varying, "$1$4$3") + "\n";
     }
     return lines;
-}
-
-std::string TraceLog::Expected(const std::string& file) {
-    std::ifstream stream(ORVANE_TRACES + file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 std::string LocalTime(const char* format, int secondsAgo) {

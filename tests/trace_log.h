@@ -13,8 +13,6 @@ struct TraceLog {
     std::string Lines() const { return Lines(testing::internal::GetCapturedStdout(), GetCurrentProcessId()); }
     /// The same from the output of a process.
     std::string Lines(const std::string& output, DWORD processId) const;
-    /// The same as a file of ours has it.
-    static std::string Expected(const std::string& file);
 };
 
 /// A moment ago in local time, in a format of strftime's.
