@@ -25,17 +25,14 @@ int RunAgent(const std::string& mode) {
 struct Launcher : ServerTest {};
 
 TEST_F(Launcher, TheLauncherAnswersEachMessageInItsOwnFramingUntilItsInputEnds) {
-    const auto framed = [](std::string body) {
-        return "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-    };
+    const std::string ping = R"({"method":"ping","id":7})", framedPing = "Content-Length: 24\r\n\r\n" + ping;
     const std::string head = R"({"jsonrpc":"2.0","id":)";
-    const std::string ping = R"({"method":"ping","id":7})";
-    const std::string unknown = R"(,"error":{"code":-32601,"message":"Method not found"}})";
-    const std::string refused = head + "7" + unknown;
+    const std::string refused = head + R"(7,"error":{"code":-32601,"message":"Method not found"}})";
+    const std::string framedRefused = "Content-Length: 77\r\n\r\n" + refused;
     const std::pair<std::string, std::string> rows[] = {
         {"", ""},
         {"\n \n" + ping + "\r\n", refused + "\n"},
-        {framed(ping) + "\r\n" + ping + "\n" + framed(ping), framed(refused) + refused + "\n" + framed(refused)},
+        {framedPing + "\r\n" + ping + "\n" + framedPing, framedRefused + refused + "\n" + framedRefused},
         {"Content-Length: 33554432\r\n\r\n" + ping + "\n", ""},
         {R"({"method":"initialize"})", (head + "null").append(InitializeResultText) + "\n"},
         {R"({"id":1.5,"method": "tools/list"})", (head + "1.5").append(ToolListResultText) + "\n"},

@@ -62,6 +62,9 @@ def check_content(package, bundle):
     check(names == {"README", "NOTICE", "CHANGELOG.md", "SECURITY.md",
                     "bin", "symbols", "lib", "include", "docs", "examples"}, "it holds " + ", ".join(sorted(names)))
     check(all(name in readme for name in names - {"README"}), "README tells what each of them is")
+    manifest = json.loads((bundle / "manifest.json").read_text("utf-8"))
+    started = manifest["server"]["mcp_config"]["command"].replace("${__dirname}", str(bundle))
+    check(pathlib.Path(started).is_file(), "the bundle has what it starts")
     # Symbols name the folders where Debian has its compiler and its headers.
     for path in (one for top in (package, bundle) for one in sorted(top.rglob("*")) if one.is_file()):
         folders = [str(CHECKOUT), "/home/", "/root/", "/tmp/"] + ([] if path.suffix == ".pdb" else ["/usr/lib", "/usr/x86"])
