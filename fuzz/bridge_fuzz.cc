@@ -57,17 +57,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string written = Output(RunMessageLoop);
     std::fclose(std::exchange(stdin, console));
     std::string_view output = written;
-    while (const std::optional<Message> message = TakeInputMessage(input)) {
+    std::string expected;
+    while (const std::optional<Message> message = TakeMessage(input)) {
         const std::string_view tail = ExpectedTail(message->Body);
         if (tail.empty()) continue;
         const std::string id = IdOf(message->Body), idText = id.empty() ? "null" : id;
-        const std::optional<Message> reply = TakeOutputMessage(output);
+        const std::optional<Message> reply = TakeMessage(output);
         Require(reply && reply->Framed == message->Framed, "a message that wants a reply gets one in its framing");
+        expected += Written(*reply);
         const std::string head = R"({"jsonrpc":"2.0","id":)" + idText + std::string(tail);
         if (reply->Body == head) continue;
         Require(head.ends_with(":\"") && reply->Body.starts_with(head), "a reply is its method's and its id's");
         Require(!IsJson(idText) || !IsUtf8(reply->Body) || IsJson(reply->Body), "a reply is valid JSON");
     }
-    Require(output.empty(), "no message gets a second reply");
+    Require(written == expected, "replies are framed, and no message gets a second one");
     return 0;
 }

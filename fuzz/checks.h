@@ -60,35 +60,24 @@ struct Message {
     bool Framed;
 };
 
-/// Takes the next message off the input of a bridge; nothing when there is none left, or only a part of one.
-inline std::optional<Message> TakeInputMessage(std::string_view& input) {
+/// Takes the next message off a stream; nothing when there is none left, or only a part of one.
+inline std::optional<Message> TakeMessage(std::string_view& stream) {
     std::string line;
-    while (line.empty() && !input.empty()) line = TakeLine(input);
+    while (line.empty() && !stream.empty()) line = TakeLine(stream);
     const std::size_t length = LengthIn(line);
     if (length == 0) return line.empty() ? std::nullopt : std::optional(Message{line, false});
-    while (!input.empty() && !TakeLine(input).empty()) {
+    while (!stream.empty() && !TakeLine(stream).empty()) {
     }
-    if (length > input.size()) return std::nullopt;
-    const std::string body(input.substr(0, length));
-    input.remove_prefix(length);
+    if (length > stream.size()) return std::nullopt;
+    const std::string body(stream.substr(0, length));
+    stream.remove_prefix(length);
     return Message{body, true};
 }
 
-/// Takes the next message off the output of a bridge; nothing when there is none left. Its framing must be flawless.
-inline std::optional<Message> TakeOutputMessage(std::string_view& output) {
-    if (output.empty()) return std::nullopt;
-    const bool framed = output.starts_with("Content-Length: ");
-    const std::size_t end = output.find(framed ? "\r\n\r\n" : "\n");
-    Require(end != output.npos, "a header, and a bare message, has an end");
-    std::string body(output.substr(0, end));
-    output.remove_prefix(end + (framed ? 4 : 1));
-    if (!framed) return Message{body, false};
-    const std::size_t length = LengthIn(body);
-    Require(body == "Content-Length: " + std::to_string(length) && length > 0 && length <= output.size(),
-            "a header tells the body's length");
-    body = output.substr(0, length);
-    output.remove_prefix(length);
-    return Message{body, true};
+/// The one way in which the bridge writes a message.
+inline std::string Written(const Message& message) {
+    const std::string header = "Content-Length: " + std::to_string(message.Body.size()) + "\r\n\r\n";
+    return message.Framed ? header + message.Body : message.Body + "\n";
 }
 
 using Position = std::optional<std::size_t>;  // nothing: the scan failed

@@ -53,8 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
 
     const std::string written = Output([&reply] { RenderControlReply("1", reply); });
     std::string_view output = written;
-    const auto result = TakeOutputMessage(output);
-    Require(result && result->Framed && output.empty(), "a reply gives one result");
+    const auto result = TakeMessage(output);
+    Require(result && result->Framed && written == Written(*result), "a reply gives one result");
     const bool failed = reply.starts_with("ERR\t"), good = reply.starts_with("OK\t");
     nlohmann::json blocks = Blocks(good ? Unescaped(reply.substr(3)) : reply);
     if (failed) blocks = nlohmann::json::array({{{"type", "text"}, {"text", Unescaped(reply.substr(4))}}});

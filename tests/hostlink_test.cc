@@ -7,7 +7,6 @@
 #include "limited_memory.h"
 #include "protocol/control_protocol.h"
 #include "tools/results.h"
-#include "trace_log.h"
 
 static void SetAnnounced(LPCWSTR value, DWORD type, const WideString& data) {
     HKEY key = nullptr;

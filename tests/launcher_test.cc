@@ -4,7 +4,6 @@
 #include "hostlink/discovery.h"
 #include "mcp/catalogue.h"
 #include "platform/module.h"
-#include "trace_log.h"
 
 static const WideString LauncherFile = TEXT("./orvane_mcp.exe");
 
