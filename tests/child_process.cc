@@ -39,7 +39,8 @@ bool MakePipe(int (&ends)[2]) {
     return _pipe(ends, 65536, _O_BINARY | _O_NOINHERIT) == 0;
 }
 
-std::intptr_t Spawn(const WideString& program, const std::vector<std::string>& arguments, int input, int output, bool) {
+std::intptr_t Spawn(const WideString& program, const std::vector<std::string>& arguments, int input, int output,
+                    bool isAgents) {
     // Ends its processes when its last handle goes, which is ours and goes with this process.
     static const HANDLE job = [] {
         const HANDLE created = CreateJobObjectW(nullptr, nullptr);
@@ -56,7 +57,7 @@ std::intptr_t Spawn(const WideString& program, const std::vector<std::string>& a
     for (int i = 0; i < 3; ++i) own[i] = dup(i), dup2(files[i], i);
     const std::intptr_t process = _wspawnl(_P_NOWAIT, program.c_str(), line.c_str(), nullptr);
     for (int i = 0; i < 3; ++i) dup2(own[i], i), close(own[i]);
-    if (process != -1) AssignProcessToJobObject(job, reinterpret_cast<HANDLE>(process));
+    if (process != -1 && !isAgents) AssignProcessToJobObject(job, reinterpret_cast<HANDLE>(process));
     return process;
 }
 

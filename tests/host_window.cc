@@ -1,9 +1,9 @@
 #include "host_window.h"
 
 #include "control/announcement.h"
-#include "text/trace.h"
 
 #include <ctime>
+#include <iostream>
 #include <regex>
 #include <sstream>
 
@@ -71,14 +71,13 @@ std::vector<std::string> ServerTest::ClientNames() {
     return names;
 }
 
-TraceLog::TraceLog() {
+void AskForTrace() {
     static char level[] = "ORVANE_MCP_TRACE=2";
     putenv(level);
-    testing::internal::CaptureStdout();
-    StartTraceOn(STD_OUTPUT_HANDLE);
 }
 
-std::string TraceLog::Lines(const std::string& output, DWORD processId) const {
+std::string TraceIn(const std::string& output, DWORD processId) {
+    if (testing::Test::HasFailure()) std::cout << output;  // it may have been caught with the failure's text
     const std::regex head("(\\d\\d:\\d\\d):\\d\\d\\.\\d{3} orvane_mcp " + std::to_string(processId) + ": (.*)");
     const std::regex varying("((after|for|control_) ?)\\d+( ms)?|(error \\d+)\\. .*");
     std::string lines;

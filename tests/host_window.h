@@ -35,14 +35,11 @@ struct ServerTest : testing::Test {
     static std::vector<std::string> ClientNames();
 };
 
-/// While it lives, this process and those that it starts trace at level 2: here on standard output, which is caught.
-struct TraceLog {
-    TraceLog();
-    /// What this process has traced, without times, durations, pipes' numbers and the system's words; once.
-    std::string Lines() const { return Lines(testing::internal::GetCapturedStdout(), GetCurrentProcessId()); }
-    /// The same from the output of a process.
-    std::string Lines(const std::string& output, DWORD processId) const;
-};
+/// Asks the programs that this one starts for a trace at level 2.
+void AskForTrace();
+
+/// The trace of a process in its output, without times, durations, pipes' numbers and the system's words.
+std::string TraceIn(const std::string& output, DWORD processId = GetCurrentProcessId());
 
 /// A moment ago in local time, in a format of strftime's.
 std::string LocalTime(const char* format, int secondsAgo = 0);

@@ -6,6 +6,7 @@
 #include "hostlink/discovery.h"
 #include "limited_memory.h"
 #include "protocol/control_protocol.h"
+#include "text/trace.h"
 #include "tools/results.h"
 
 static void SetAnnounced(LPCWSTR value, DWORD type, const WideString& data) {
@@ -14,6 +15,12 @@ static void SetAnnounced(LPCWSTR value, DWORD type, const WideString& data) {
     const auto* const bytes = reinterpret_cast<const BYTE*>(data.data());
     RegSetValueExW(key, value, 0, type, bytes, static_cast<DWORD>(data.size() * sizeof(WCHAR)));
     RegCloseKey(key);
+}
+
+static void CatchTrace() {
+    AskForTrace();
+    testing::internal::CaptureStdout();
+    StartTraceOn(STD_OUTPUT_HANDLE);
 }
 
 struct Discovery : ServerTest {};
@@ -65,7 +72,7 @@ TEST_F(Connection, NeedsAnOkToItsGreeting) {
         {{"\n"}, ""},
         {{"OK"}, ""},
     };
-    const TraceLog trace;
+    CatchTrace();
     for (const auto& row : rows) {
         HANDLE pipe = CreatePipe();
         std::thread viewer([&row, &endless, pipe] {
@@ -93,7 +100,7 @@ TEST_F(Connection, NeedsAnOkToItsGreeting) {
         viewer.join();
         CloseControlConnection();
     }
-    EXPECT_EQ(trace.Lines(), FileText(ORVANE_TRACES "greetings"));
+    EXPECT_EQ(TraceIn(testing::internal::GetCapturedStdout()), FileText(ORVANE_TRACES "greetings"));
 }
 
 #if !defined(_WIN32)
@@ -123,7 +130,7 @@ TEST_F(Connection, OpensOnlyPipesOfThisMachineThatAreFree) {
     };
     const OwnedHandle busy(CreatePipe());
     const RawClient client(Name);
-    const TraceLog trace;
+    CatchTrace();
     AnnounceControlServer(true);
     for (const std::string& announced : rows) {
         SetAnnounced(Announcement::PipeName, REG_SZ, Utf8ToWide(announced) + WCHAR(0));
@@ -132,7 +139,7 @@ TEST_F(Connection, OpensOnlyPipesOfThisMachineThatAreFree) {
     }
     AnnounceControlServer(false);
     EXPECT_FALSE(ConnectControlPipe(1));
-    std::string lines = trace.Lines();
+    std::string lines = TraceIn(testing::internal::GetCapturedStdout());
     for (std::size_t at = 0; (at = lines.find(path)) != lines.npos;) lines.replace(at, path.size(), "FILE");
     EXPECT_EQ(lines, FileText(ORVANE_TRACES "refusals"));
 #if !defined(_WIN32)

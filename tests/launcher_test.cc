@@ -69,8 +69,7 @@ TEST_F(Launcher, TheBridgeFindsAViewerByItselfAndAgainAfterItWasKilled) {
 
 TEST_F(Launcher, AnIdleBridgeFollowsTheViewersAnnouncementAndCutsItsNameToFitTheGreeting) {
     const std::string parent = "./" + std::string(240, 'p') + ".exe";
-    std::filesystem::remove(parent);
-    std::filesystem::create_hard_link(ModulePath(nullptr), parent);
+    std::filesystem::copy_file(ModulePath(nullptr), parent, std::filesystem::copy_options::overwrite_existing);
     Start();
     ChildProcess agent(Utf8ToWide(parent), {"--agent", "kill"});
     for (const bool announced : {true, false, true}) {
@@ -120,14 +119,14 @@ TEST_F(Launcher, TracesWhatItDoesOnItsErrorOutput) {
         return Echo(command);
     });
     Start(host.Handle);
-    const TraceLog trace;
+    AskForTrace();
     ChildProcess bridge(LauncherFile);
     // Contents are cut after 500 bytes, but not inside a character.
     const std::string call = R"({"method":"tools/call","id":1,"params":{"name":"get_net_info","arguments":{"net":")" +
                              std::string(491, 'n') + "\xE2\x82\xAC" + std::string(200, 'x') + "\"}}}";
     bridge.Send(call + "\nContent-Length: " + std::to_string(call.size()) + "\n\n" + call);
     bridge.Input.reset();
-    EXPECT_EQ(trace.Lines(bridge.Read("<no mark>"), bridge.Id), FileText(ORVANE_TRACES "launcher"));
+    EXPECT_EQ(TraceIn(bridge.Read("<no mark>"), bridge.Id), FileText(ORVANE_TRACES "launcher"));
 }
 
 TEST_F(Launcher, TheCheckTellsHowFarAnAgentsCallsGet) {
