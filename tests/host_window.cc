@@ -79,14 +79,14 @@ void AskForTrace() {
 std::string TraceIn(const std::string& output, DWORD processId) {
     if (testing::Test::HasFailure()) std::cout << output;  // it may have been caught with the failure's text
     const std::regex head("(\\d\\d:\\d\\d):\\d\\d\\.\\d{3} orvane_mcp " + std::to_string(processId) + ": (.*)");
-    const std::regex varying("((after|for|control_) ?)\\d+( ms)?|(error \\d+)\\. .*");
+    const std::regex varying("((after|for|control_) ?)\\d+( ms)?(: Windows.*)?|(error \\d+)\\. .*");
     std::string lines;
     std::smatch match;
     std::istringstream stream(output);
     for (std::string line; std::getline(stream, line);) {
         if (!std::regex_search(line, match, head)) continue;
         EXPECT_TRUE(match[1] == LocalTime("%H:%M") || match[1] == LocalTime("%H:%M", 60)) << line;
-        lines += std::regex_replace(match[2].str(), varying, "$1$4$3") + "\n";
+        lines += std::regex_replace(match[2].str(), varying, "$1$5$3") + "\n";
     }
     return lines;
 }

@@ -7,11 +7,11 @@
 
 static const WideString LauncherFile = TEXT("./orvane_mcp.exe");
 
-/// Plays one agent that starts the launcher, and gives its exit code. leave: leaves its own input and output to the
-/// launcher and ends. Any other mode: passes what it reads on to the launcher, whose output is its own, until killed.
+/// Plays one agent that starts the launcher and shares its output with it, until it is killed. share: shares its input
+/// too. pass: passes its input on.
 int RunAgent(const std::string& mode) {
     int input[2];
-    if (mode == "leave") return Spawn(LauncherFile, {}, 0, 1, true) == -1;
+    if (mode == "share" && Spawn(LauncherFile, {}, 0, 1, true) != -1) Sleep(INFINITE);
     if (!MakePipe(input) || Spawn(LauncherFile, {}, input[0], 1, true) == -1) return 1;
     close(input[0]);
     char piece[4096];
@@ -69,9 +69,10 @@ TEST_F(Launcher, TheBridgeFindsAViewerByItselfAndAgainAfterItWasKilled) {
 
 TEST_F(Launcher, AnIdleBridgeFollowsTheViewersAnnouncementAndCutsItsNameToFitTheGreeting) {
     const std::string parent = "./" + std::string(240, 'p') + ".exe";
-    std::filesystem::copy_file(ModulePath(nullptr), parent, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::remove(parent);
+    std::filesystem::copy_file(ModulePath(nullptr), parent);
     Start();
-    ChildProcess agent(Utf8ToWide(parent), {"--agent", "kill"});
+    ChildProcess agent(Utf8ToWide(parent), {"--agent", "pass"});
     for (const bool announced : {true, false, true}) {
         AnnounceControlServer(announced);
         EXPECT_TRUE(Eventually([&] { return OrvaneMcp_GetClientCount() == announced; })) << announced;
@@ -93,15 +94,16 @@ TEST_F(Launcher, TheLauncherGoesWithItsClientWhateverTheViewerDoes) {
     const std::string answer =
         R"({"jsonrpc":"2.0","id":1,"result":{"content":[{"type":"text","text":"7:GND"}],"isError":false}})";
     const auto startAgent = [](const char* mode) { return ChildProcess(ModulePath(nullptr), {"--agent", mode}); };
-    ChildProcess killed = startAgent("kill");
+    ChildProcess killed = startAgent("pass");
     // More than fits before its first call is answered, so that something stays unread.
     std::thread sender([&] { killed.Send(call + R"({"ids":")" + std::string(200000, 'x') + "\"}\n" + call); });
     EXPECT_TRUE(Eventually([&] { return host.Commands == 1; }));
-    ChildProcess piped(LauncherFile), left = startAgent("leave");
+    ChildProcess piped(LauncherFile), left = startAgent("share");
     piped.Send(call);
     piped.Input.reset();
     left.Send(call);
-    EXPECT_EQ(left.WaitForExitCode(), 0u);
+    EXPECT_TRUE(Eventually([&] { return OrvaneMcp_GetClientCount() == 3; }));
+    left.Kill();
     killed.Kill();
     sender.join();
     EXPECT_EQ(killed.Read("<no mark>"), "<end>") << "the launcher has left its output";
