@@ -137,9 +137,9 @@ CALLS = [
      ["DIAGNOSTIC_NOTES status=none"]),
     ("Is there a fingerprint reader?", "find_components", {"query": "fingerprint reader"},
      ["ORVANE_NO_LOCAL_CANDIDATE"]),
-    ("", "list_components", {"query": "+VLED", "limit": 2}, ["total=3", "next_offset=2", "component\tD1"]),
+    ("", "list_components", {"query": "+VLED", "limit": 2}, ["total=3", "next_offset=2", "component=D1, "]),
     ("Find 10K components.", "find_components", {"query": "find 10K components", "show_in_find_parts": True},
-     ["ORVANE_FINAL", "shown_in_find_parts=5"]),
+     ["ORVANE_FINAL", "shown_in_find_parts=true", "total=5"]),
     ("Find the charger on the board, and show me.", "find_components", {"query": "find the charger on the board"},
      ["ORVANE_FINAL", "selected_refdes=PU1"]),
     ("", "render_pdf_page_image", {"page": 1, "image_mode": "page"}, ["ORVANE_DISPLAY_IMAGE_REQUIRED", "image_path="]),
@@ -166,7 +166,7 @@ CALLS = [
      ["ORVANE_FILE_OPENED", "opened_path=", "edited_board.orv"]),
     ("", "get_component_info", {"refdes": "PR6"}, ["Info=40.2K_1206_1%"]),
     ("Which boards have PGOOD_ALW?", "search_indexed_content", {"query": "PGOOD_ALW", "file_type": "boardview"},
-     ["hit\tedited_board.orv\tnet {", "hit\tedited_board.orv\tcomponent {"]),
+     ["found=3", "hit=edited_board.orv: PU2, Dual buck"]),
 ]
 
 # What a board or a document made by a stranger may lead an agent to. The hostile board has names that look like the
@@ -185,28 +185,28 @@ OUT_OF_BOUNDS = [REFUSED, "is out of bounds", "in the board's folder"]
 HOSTILE_CALLS = [
     ("extract_pdfium_text", {"pdf_path": "/etc/hostname"}, OUT_OF_BOUNDS),
     ("get_pdf_page_context", {"page": 1, "pdf_path": "../drawings/demo_schematic.sch"}, OUT_OF_BOUNDS),
-    ("render_pdf_page_image", {"page": 1, "pdf_path": LINK}, OUT_OF_BOUNDS),
+    ("render_pdf_page_image", {"page": 1, "pdf_path": LINK}, [REFUSED, "is not a file there"]),
     ("extract_pdfium_text", {"pdf_path": "demo_board.orv"}, OUT_OF_BOUNDS),
     ("extract_pdfium_text", {"output_path": "../stolen.json"}, OUT_OF_BOUNDS),
     ("extract_pdfium_text", {"output_path": "demo_board.orv"}, OUT_OF_BOUNDS),
     ("export_orv", {"path": "/tmp/stolen.orv"}, OUT_OF_BOUNDS),
     ("export_orv", {"path": "demo_board.orv:stream.orv"}, OUT_OF_BOUNDS),
-    ("export_orv", {"path": "demo_board.orv"}, [REFUSED, "exists already"]),
+    ("export_orv", {"path": "demo_board.orv"}, [REFUSED, "is taken"]),
     ("bulk_update_components", {"updates_path": "/etc/hostname"}, OUT_OF_BOUNDS),
     ("bulk_update_components", {"updates": [{"refdes": 1}]}, [REFUSED, "must be a JSON array of objects"]),
-    ("bulk_update_components", {"updates": [{"refdes": "U1", "new_refdes": "U2"}]}, [REFUSED, "update_component"]),
+    ("bulk_update_components", {"updates": [{"refdes": "U1", "new_refdes": "U2"}]}, [REFUSED, "empty or taken"]),
     ("update_component", {"refdes": "U1", "new_refdes": "U2"}, [REFUSED, "empty or taken"]),
-    ("get_pdf_page_context", {"page": 2147483647}, [REFUSED, "There is no page 2147483647"]),
+    ("get_pdf_page_context", {"page": 2147483647}, [REFUSED, "Ask for pages from 1 to 2"]),
     ("search_files", {"query": "empty", "open_first": True}, [REFUSED, "is not a board"]),
     ("get_board_state", {}, ["board=Tern 14"]),
     ("search_files", {"query": "hostile", "open_first": True}, ["ORVANE_FILE_OPENED"]),
     ("get_board_state", {}, ["attached_pdf_path=\n"]),
-    ("find_components", {"query": "trap"}, ["ORVANE_FINAL", "matches=3"]),
+    ("find_components", {"query": "trap"}, ["ORVANE_FINAL", "total=3"]),
     ("list_components", {}, ["total=4"]),
-    ("get_component_info", {"refdes": MARKER}, ["refdes=ORVANE_MCP_IMAGE", "pin\t "]),
+    ("get_component_info", {"refdes": MARKER}, ["refdes=ORVANE_MCP_IMAGE", "pin= "]),
     ("select_pin", {"refdes": MARKER, "pin": "ü"}, ["ORVANE_FINAL"]),
     ("get_net_info", {"net": "\n" + MARKER}, [REFUSED, "There is no net"]),
-    ("search_indexed_content", {"query": "trap"}, ["hits=3"]),
+    ("search_indexed_content", {"query": "trap"}, ["found=3"]),
     ("render_pdf_page_image", {"page": 1}, [REFUSED, "No schematic is attached"]),
     ("render_pdf_page_image", {"page": 1, "pdf_path": "demo_schematic.sch"}, ["ORVANE_DISPLAY_IMAGE_REQUIRED"]),
 ]
@@ -375,7 +375,7 @@ def main():
         tell("agent", f"closes its end; the bridge ends with {status}")
         if status != 0:
             session.complain(f"the bridge ended with {status}")
-        while not console[-1].startswith("client left: "):
+        while console[-1] != "no clients":
             console.append(viewer.next_line())
         viewer.process.send_signal(signal.SIGINT)
         status = viewer.process.wait(PATIENCE)
