@@ -14,7 +14,7 @@ constexpr Colour Ink{38, 50, 66}, Mask{22, 92, 68}, MaskEdge{186, 158, 88}, Body
 constexpr double BoardMargin = 30, PointsPerMillimetre = 5, FarthestPlace = 5000, TextTop = 425, LineAdvance = 12;
 constexpr double MostPixelsPerPoint = 2, FewestPixelsPerPoint = 0.25, LetterHeight = 9;
 
-/// A picture of an area of a page; three bytes for each pixel, row by row. At first it is white.
+/// A picture of an area of a page; three bytes for each pixel, row by row. White to begin with.
 struct Canvas {
     Box area;
     double scale;  ///< pixels per point
@@ -52,7 +52,7 @@ void Write(Canvas& canvas, Word word, const Colour& colour) {
         Paint(canvas, {at[0], at[1], at[8], at[9]}, colour);
 }
 
-/// Where a box of a record lies on a page. The numbers of a damaged file stay out of the arithmetic elsewhere.
+/// Where a record's box is on a page. A damaged file's numbers are kept within reason.
 Box OnPage(const json& millimetres) {
     Box box = millimetres.get<Box>();
     for (double& edge : box) edge = BoardMargin + std::clamp(edge, -FarthestPlace, FarthestPlace) * PointsPerMillimetre;
@@ -71,21 +71,21 @@ void DrawPart(Canvas& canvas, const json& part, bool chosen, const std::string& 
     if (chosen) Paint(canvas, Grown(body, 5), Halo);
     Paint(canvas, body, chosen ? Chosen : Body);
     for (const json& pin : part.at("pins")) Paint(canvas, OnPage(pin.at("pad")), Is(pin, "net", net) ? LivePad : Pad);
-    Paint(canvas, Grown(LabelOf(part).box, 0.5), chosen ? Chosen : Body);  // pads don't blur the letters
+    Paint(canvas, Grown(LabelOf(part).box, 0.5), chosen ? Chosen : Body);  // keeps pads off the letters
     Write(canvas, LabelOf(part), Label);
 }
 
 }  // namespace
 
 Viewer OpenBoard(const fs::path& file) try {
-    // What the file left out becomes empty. A text or a box of another type throws.
+    // What the file left out becomes empty, a text becomes one line. A value of another type throws.
     const auto complete = [](json& record, const Strings& texts, const char* box = nullptr) {
-        for (const std::string& key : texts) record[key] = record.value(key, "");
+        for (const std::string& key : texts) record[key] = OneLine(record.value(key, ""));
         if (box) record[box] = record.value(box, Box{});
     };
     Viewer viewer;
     viewer.boardPath = (fs::current_path() / file).lexically_normal();
-    // What is nested deeper than a pad's numbers is left out: the stack doesn't bear any depth.
+    // What is nested deeper than a pad's numbers is dropped: deep nesting could exhaust the stack.
     const auto isShallow = [](int depth, json::parse_event_t, json&) { return depth < 8; };
     json& board = viewer.board = json::parse(LoadBytes(viewer.boardPath), isShallow);
     complete(board, {"name", "schematic"});

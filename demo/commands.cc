@@ -19,12 +19,12 @@ std::string Entry(const std::string& key, const json& value) {
 std::size_t Number(const Fields& fields, const char* name) {
     const std::string& text = fields.at(name);
     if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != text.npos)
-        throw Refusal(std::string(name) + " must be a whole number.");
+        throw Refusal(std::string(name) + " must be a number, 0 or more.");
     return std::stoull(text);
 }
 
-/// The file that an argument names. An agent may have read its arguments in a hostile document, so commands reach
-/// nothing but files with this extension that lie directly in the board's folder, and write none that exists already.
+/// The file that an argument names. An agent may have its arguments from a hostile document, so commands reach only
+/// files with this extension directly in the board's folder, and never overwrite one.
 fs::path FileBesideBoard(const Viewer& viewer, const std::string& name, std::string extension, bool isNew = false) {
     const fs::path folder = viewer.boardPath.parent_path(), path = (folder / PathOf(name)).lexically_normal();
     // A colon would name a stream of another file.
@@ -35,8 +35,7 @@ fs::path FileBesideBoard(const Viewer& viewer, const std::string& name, std::str
     std::error_code failure;
     const fs::file_type type = fs::symlink_status(path, failure).type();  // a link is neither of these two
     if (type != (isNew ? fs::file_type::not_found : fs::file_type::regular))
-        throw Refusal("'" + name +
-                      (isNew ? "' is taken, or too long. Choose another name." : "' is not a file there."));
+        throw Refusal("'" + name + (isNew ? "' is taken or too long." : "' is missing or not a plain file."));
     return path;
 }
 
@@ -139,7 +138,7 @@ std::string FindComponents(Viewer& viewer, Fields& fields) {
 
 /// Makes the edits in a part or a net, all or none. A new name must be free; the selection and the pins follow it.
 std::string Update(Viewer& viewer, Fields& fields) {
-    // What the tools have other names for.
+    // The tools' names for the texts of a record, where they differ from the record's own.
     static const Fields keys{{"new_refdes", "name"}, {"new_name", "name"}, {"description", "info"}, {"value", "info"}};
     const bool isNet = fields.contains("net");
     const std::string kind = isNet ? "net" : "component", idField = isNet ? "net" : "refdes", id = fields[idField];
@@ -162,7 +161,7 @@ std::string Update(Viewer& viewer, Fields& fields) {
     return isNet ? "NET_UPDATED\n" + GetNet(viewer, fields) : "COMPONENT_UPDATED\n" + GetComponent(viewer, fields);
 }
 
-/// The file counts when no updates come with the command. All updates are made or none.
+/// The file is read only if the command itself brings no updates. All updates are made or none.
 std::string BulkUpdateComponents(Viewer& viewer, Fields& fields) try {
     json updates = json::parse(fields["updates"].empty() ? "null" : fields["updates"]);
     if (updates.empty() && !fields["updates_path"].empty())
@@ -182,7 +181,7 @@ std::string BulkUpdateComponents(Viewer& viewer, Fields& fields) try {
     return "BULK_UPDATE\n" + Entry("dry_run", dryRun) + Entry("updated", updates.size() - missing.size()) +
            Entry("missing_refdes", Joined(missing));
 } catch (const json::exception&) {
-    throw Refusal("The updates must be a JSON array of objects, with a text for each field.");
+    throw Refusal("The updates must be a JSON array of objects whose values are strings.");
 }
 
 std::string ExportOrv(Viewer& viewer, Fields& fields) {
@@ -192,8 +191,8 @@ std::string ExportOrv(Viewer& viewer, Fields& fields) {
     return "ORV_EXPORTED\n" + Entry("exported_path", PathText(path));
 }
 
-/// Searches the board and drawing files beside the board: their names, or, when the command has a type of files, what
-/// is in them: the parts of a board, the lines of a drawing set. Drawing sets stand for PDFs. Links don't count.
+/// Searches the board and drawing files beside the board: their names or, if the command has a file type, what is in
+/// them, which is the parts of a board and the lines of a drawing set. The tools know drawing sets as PDFs.
 std::string Search(Viewer& viewer, Fields& fields) {
     const bool inside = fields.contains("file_type");
     const std::string file = PathText(PathOf(fields["file_path"]).filename()), query = fields["query"];
@@ -215,8 +214,7 @@ std::string Search(Viewer& viewer, Fields& fields) {
             json other = inside && isBoard ? OpenBoard(path).board : json();
             for (json* part : FindParts(other, query))
                 finds.push_back(Entry("hit", name + ": " + Joined({(*part)["name"], (*part)["info"]})));
-        } catch (const Refusal&) {
-            // One damaged file doesn't spoil the search.
+        } catch (const Refusal&) {  // one damaged file doesn't spoil the search
         }
     }
     std::string reply = Entry("found", finds.size());
@@ -229,8 +227,8 @@ std::string Search(Viewer& viewer, Fields& fields) {
     return "ORVANE_FILE_OPENED\n" + Entry("opened_path", PathText(first)) + reply;
 }
 
-/// In the notes' file each entry's "match: " has its phrases, and the lines with a dash are its notes. An entry fits a
-/// question that has all words of one of its phrases.
+/// In the file, each entry has its phrases after "match: " and its notes after dashes. It fits a question that has all
+/// words of one of its phrases.
 std::string GetDiagnosticHints(Viewer& viewer, Fields& fields) {
     const auto asked = [&](const std::string& phrase) { return HasWords(fields["query"], phrase); };
     std::string notes;
@@ -243,8 +241,8 @@ std::string GetDiagnosticHints(Viewer& viewer, Fields& fields) {
     return notes.empty() ? "DIAGNOSTIC_NOTES status=none" : "DIAGNOSTIC_NOTES status=match\n" + notes;
 }
 
-/// These pages of the drawing set that the command names, or of the one attached to the board; 0 as the last stands for
-/// the end. A drawing set is plain text with form feeds between pages, and the sides of the board take turns.
+/// Pages of the drawing set that the command names, or else of the attached one. A `last` of 0 means the end. A drawing
+/// set is plain text with form feeds between the pages, which show the two sides of the board in turn.
 std::vector<Page> LoadPages(const Viewer& viewer, Fields& fields, std::size_t first, std::size_t last) {
     std::string& name = fields["pdf_path"];
     if (name.empty()) name = PathText(viewer.schematicPath);
@@ -289,7 +287,7 @@ std::string GetPdfPageContext(Viewer& viewer, Fields& fields) {
     const std::string chosen = Find(viewer.board["components"], query) ? query : viewer.selectedRefdes;
     const Box area = fields["image_mode"] == "page" || hits.empty() ? WholePage : Grown(hits[0], radius);
     const std::string png = DrawPage(viewer, page, area, chosen, Number(fields, "byte_limit"));
-    // In a folder that this viewer made for itself, under a name that nobody could know and take before.
+    // In a folder of this viewer's own, under a name that nobody could guess and take first.
     static const fs::path folder = fs::temp_directory_path() / ("orvane_" + std::to_string(std::random_device()()));
     static const bool isOurs = fs::create_directory(folder);
     if (!isOurs) throw Refusal("There is no folder for pictures.");
@@ -349,7 +347,7 @@ constexpr CommandRow Commands[] = {
 /// The fields of a command's text: those with a place, then pairs of a name and a value.
 Fields ReadFields(const CommandRow& row, const std::string& text) {
     Strings names = SplitAt(row.fields, ' '), values = SplitAt(text, '\t');
-    if (row.run == FindComponents && values.size() > 1) names.insert(names.begin(), "SHOW_UI");  // a mark in front
+    if (row.run == FindComponents && values.size() > 1) names.insert(names.begin(), "SHOW_UI");  // a mark before it
     if (values.size() < names.size()) throw Refusal("The command needs more fields.");
     Fields fields;
     for (std::size_t i = 0; i < names.size(); ++i) fields[names[i]] = values[i];

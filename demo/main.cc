@@ -51,6 +51,7 @@ std::string StartServer(HWND window) {
     // The listener makes the pipe a moment after the start, or leaves an error.
     for (; !OrvaneMcp_GetLastError(reason, 256) && started; Sleep(1))
         if (WaitNamedPipeW(pipe, 1)) return FromWide(pipe);
+    OrvaneMcp_StopControlServer();
     throw Refusal(FromWide(reason));
 }
 
@@ -66,7 +67,7 @@ int main(int argc, char** argv) try {
     // For messages only; a viewer with a face would give its main window.
     host = CreateWindowExW(0, type.lpszClassName, nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
     if (!host) throw Refusal("The window can't be created.");
-    // Ctrl+C arrives on a thread of the system's. The window's thread shuts down.
+    // Ctrl+C arrives on a thread of the system's; the window's thread shuts down.
     SetConsoleCtrlHandler([](DWORD) -> BOOL { return PostMessageW(host, WM_CLOSE, 0, 0); }, TRUE);
     const std::string pipeName = StartServer(host);
     const std::jthread reminder([](std::stop_token stop) {
