@@ -4,36 +4,12 @@
 #include "checks.h"
 #include "mcp/scanning.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <optional>
 
 namespace {
 
-using Position = std::optional<std::size_t>;  // nothing: the scan failed
-
 std::size_t AfterBlanks(const std::string& m, std::size_t at) {
     return std::min(m.find_first_not_of(" \t\r\n", at), m.size());
-}
-
-/// Where the value of `key` begins.
-Position ValueOf(const std::string& m, const std::string& key, const char* blanks = " \t\r\n") {
-    std::size_t at = m.find('"' + key + '"');
-    if (at == m.npos || (at = m.find(':', at + key.size() + 2)) == m.npos) return {};
-    at = m.find_first_not_of(blanks, at + 1);
-    return at != m.npos ? at : Position();
-}
-
-/// The position after the closing quote of the string that opens at `at`; `text` gets its bytes unescaped.
-Position AfterString(const std::string& m, std::size_t at, std::string& text) {
-    for (++at; at < m.size(); ++at) {
-        if (m[at] == '"') return at + 1;
-        const bool escaped = m[at] == '\\';
-        if (escaped && ++at == m.size()) return {};
-        const std::size_t letter = escaped ? std::string("bfnrt").find(m[at]) : m.npos;
-        text += letter == m.npos ? m[at] : "\b\f\n\r\t"[letter];
-    }
-    return {};
 }
 
 /// At the message's end there is a NUL, which is no part of a value.
@@ -72,14 +48,6 @@ std::optional<std::int32_t> IntAt(const std::string& m, std::size_t at) {
     return static_cast<std::int32_t>(negative ? 0 - value : value);
 }
 
-std::string PlainId(const std::string& m) {
-    const Position start = ValueOf(m, "id", " \t");
-    if (!start) return "";
-    std::string text;
-    if (m[*start] != '"') return m.substr(*start, m.find_first_of(",} ", *start) - *start);
-    return m.substr(*start, AfterString(m, *start, text).value_or(*start) - *start);
-}
-
 void CheckKey(const std::string& m, const std::string& key) {
     const Position value = ValueOf(m, key);
     std::string text;
@@ -99,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string message(reinterpret_cast<const char*>(data), size);
     CheckKey(message, "updates");
     CheckKey(message, "a");
-    Require(ExtractMessageId(message).value_or("") == PlainId(message), "ExtractMessageId finds the id's own text");
+    Require(ExtractMessageId(message).value_or("") == IdOf(message), "ExtractMessageId finds the id's own text");
     Require(SkipJsonValue(message, 0) == AfterValue(message, 0, 0), "SkipJsonValue ends where the value does");
     return 0;
 }

@@ -10,62 +10,48 @@
 #include "protocol/control_protocol.h"
 #include "protocol/verbs.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace {
 
-std::string_view incoming;
-std::size_t available = 0;
-std::uint32_t cut = 0;
-std::string outgoing;
-DWORD writeError = 0;  // of a later reply; 0 when all can be written
-bool refused = false;  // whether that has happened
-int commands = 0;
+struct FakePipe {
+    std::string_view Incoming;
+    std::uint32_t Cut = 0;
+    DWORD WriteError = 0;  // of a later reply; 0 when all can be written
+    std::size_t Available = 0;
+    std::string Outgoing = {};
+    bool Refused = false;  // whether a reply could not be written
+    int Commands = 0;
 
-/// What a client had sent before it went is carried out still.
-bool ClientHasGone() {
-    return writeError == ERROR_NO_DATA || writeError == ERROR_BROKEN_PIPE;
-}
-
-std::size_t NextCut() {
-    cut = cut * 1664525 + 1013904223;
-    return std::min<std::size_t>(incoming.size(), (cut >> 16) % 700 + 1);
-}
+    /// What a client had sent before it went is carried out still.
+    bool ClientHasGone() const { return WriteError == ERROR_NO_DATA || WriteError == ERROR_BROKEN_PIPE; }
+    std::size_t Arrived() {
+        Cut = Cut * 1664525 + 1013904223;
+        if (Available == 0) Available = std::min<std::size_t>(Incoming.size(), (Cut >> 16) % 700 + 1);
+        return Available;
+    }
+};
+FakePipe wire;
 
 }  // namespace
 
 BOOL PeekNamedPipe(HANDLE, LPVOID, DWORD, LPDWORD, LPDWORD bytesAvailable, LPDWORD) {
-    if (incoming.empty()) return FALSE;
-    if (available == 0) available = NextCut();
-    *bytesAvailable = static_cast<DWORD>(available);
-    return TRUE;
+    *bytesAvailable = static_cast<DWORD>(wire.Arrived());
+    return *bytesAvailable > 0;
 }
 
 BOOL ReadFile(HANDLE, LPVOID buffer, DWORD size, LPDWORD bytesRead, OVERLAPPED*) {
-    if (available == 0) available = NextCut();
-    const std::size_t count = std::min<std::size_t>(size, available);
-    std::memcpy(buffer, incoming.data(), count);
-    incoming.remove_prefix(count);
-    available -= count;
-    *bytesRead = static_cast<DWORD>(count);
-    return count > 0;
+    *bytesRead = static_cast<DWORD>(wire.Incoming.substr(0, wire.Arrived()).copy(static_cast<char*>(buffer), size));
+    wire.Incoming.remove_prefix(*bytesRead);
+    wire.Available -= *bytesRead;
+    return *bytesRead > 0;
 }
 
 BOOL WriteFile(HANDLE, LPCVOID buffer, DWORD size, LPDWORD bytesWritten, OVERLAPPED*) {
-    Require(!refused, "nothing follows a reply that could not be written");
-    refused = writeError != 0 && outgoing.size() > 40;
-    if (refused) return SetLastError(writeError), FALSE;
-    outgoing.append(static_cast<const char*>(buffer), size);
-    *bytesWritten = size;
-    return TRUE;
-}
-
-BOOL DisconnectNamedPipe(HANDLE) {
-    return TRUE;
-}
-
-BOOL CloseHandle(HANDLE) {
+    Require(!wire.Refused, "nothing follows a reply that could not be written");
+    wire.Refused = wire.WriteError != 0 && wire.Outgoing.size() > 40;
+    if (wire.Refused) return SetLastError(wire.WriteError), FALSE;
+    wire.Outgoing.append(static_cast<const char*>(buffer), *bytesWritten = size);
     return TRUE;
 }
 
@@ -75,15 +61,13 @@ BOOL IsWindow(HWND) {
 
 void Sleep(DWORD) {}
 
-/// The host answers with the command's own text, in a block for every other command.
+/// The host answers with the command's own text.
 LRESULT SendMessageW(HWND, UINT, WPARAM, LPARAM parameter) {
-    Require(!refused || ClientHasGone(), "a client that stays without its reply is served no further");
-    ++commands;
+    Require(!wire.Refused || wire.ClientHasGone(), "a client that stays without its reply is served no further");
+    ++wire.Commands;
     HostCommand& command = *reinterpret_cast<HostCommand*>(parameter);
     Require(command.LongText != nullptr && command.LongText[command.LongTextLength] == 0, "a command's text ends");
     command.Success = 1;
-    if (command.CommandId % 2 != 0)
-        return std::copy(std::begin(command.Text), std::end(command.Text), command.Reply), 1;
     const std::size_t bytes = command.LongTextLength * sizeof(OrvaneMcpChar);
     command.LongReply = static_cast<OrvaneMcpChar*>(CoTaskMemAlloc(bytes + 1));
     std::memcpy(command.LongReply, command.LongText, bytes);
@@ -93,7 +77,7 @@ LRESULT SendMessageW(HWND, UINT, WPARAM, LPARAM parameter) {
 
 namespace {
 
-/// The reply to a request line; its beginning where the text is not plain or too long for the record.
+/// The reply to a request line; its beginning where the text is not plain.
 std::string ExpectedReply(std::string line) {
     line.erase(line.find_last_not_of('\r') + 1);
     if (line.empty()) return "";
@@ -102,7 +86,7 @@ std::string ExpectedReply(std::string line) {
         if (!line.starts_with(verb.Literal) || (!verb.HasPayload() && line != verb.Literal)) continue;
         const std::string text = std::string(verb.TextPrefix) + line.substr(verb.Literal.size());
         const auto isPlain = [](char c) { return c >= '\t' && c <= 'z' && c != '\\' && c != '\r'; };
-        if (!std::all_of(text.begin(), text.end(), isPlain) || text.size() > 999) return "OK\t";
+        if (!std::all_of(text.begin(), text.end(), isPlain)) return "OK\t";
         return "OK\t" + (text.empty() ? "OK" : text) + "\n";
     }
     return "ERR\tUnknown Orvane MCP command.\n";
@@ -112,24 +96,19 @@ std::string ExpectedReply(std::string line) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;
-    incoming = {reinterpret_cast<const char*>(data), size};
-    cut = data[0];
     const DWORD errors[] = {0, 0, 0, ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_DATA, ERROR_BROKEN_PIPE};
-    writeError = errors[size % std::size(errors)];
-    refused = false;
-    commands = 0;
-    outgoing.clear();
-    const std::string requests(incoming.substr(std::min<std::size_t>(available = NextCut(), LongestHelloLine)));
+    wire = {{reinterpret_cast<const char*>(data), size}, data[0], errors[size % std::size(errors)]};
+    const std::string requests(wire.Incoming.substr(std::min<std::size_t>(wire.Arrived(), LongestHelloLine)));
 
     ControlServerState& state = ServerState();
     state.Running = true;
     state.HostWindow = reinterpret_cast<HWND>(&state);
     state.NextClientId = 1;
-    ClientSession session{std::make_shared<PipeInstance>(OwnedHandle(&state)), state.ServerRun};
+    ClientSession session{std::make_shared<PipeInstance>(OwnedHandle()), state.ServerRun};
     RunClientSession(session);
     Require(OrvaneMcp_GetClientCount() == 0, "a session that ends leaves no record");
 
-    std::string_view replies = outgoing;
+    std::string_view replies = wire.Outgoing;
     Require(replies.starts_with("OK\n"), "a greeting is answered");
     replies.remove_prefix(3);
     int expectedCommands = 0;
@@ -137,13 +116,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const std::string expected = ExpectedReply(requests.substr(start, end - start));
         if (expected.empty()) continue;
         expectedCommands += expected.starts_with("OK\t") && !expected.starts_with("OK\tClient");
-        if (refused) continue;
+        if (wire.Refused) continue;
         const std::size_t lineFeed = replies.find('\n');
         Require(lineFeed != std::string_view::npos, "every line is answered");
         Require(replies.starts_with(expected), "replies come in the order of their lines");
         replies.remove_prefix(lineFeed + 1);
     }
-    Require(commands == expectedCommands || (refused && !ClientHasGone()), "every command is carried out once");
-    Require(refused || replies.empty(), "nothing is answered twice");
+    Require(wire.Commands == expectedCommands || (wire.Refused && !wire.ClientHasGone()),
+            "every command is carried out once");
+    Require(wire.Refused || replies.empty(), "nothing is answered twice");
     return 0;
 }

@@ -4,10 +4,10 @@
 #include "hostlink/client_identity.h"
 #include "hostlink/connection.h"
 #include "hostlink/discovery.h"
+#include "limited_memory.h"
 #include "protocol/control_protocol.h"
 #include "tools/results.h"
-
-#include <fstream>
+#include "trace_log.h"
 
 static void SetAnnounced(LPCWSTR value, DWORD type, const WideString& data) {
     HKEY key = nullptr;
@@ -17,7 +17,9 @@ static void SetAnnounced(LPCWSTR value, DWORD type, const WideString& data) {
     RegCloseKey(key);
 }
 
-TEST_F(ServerTest, OnlyAWholeAnnouncementOfALiveProcessIsFound) {
+struct Discovery : ServerTest {};
+
+TEST_F(Discovery, FindsOnlyAWholeAnnouncementOfALiveProcess) {
     ServerState().PipeName = TEXT("own");
     ChildProcess dead(TEXT("./orvane_mcp.exe"));
     dead.Kill(STILL_ACTIVE);
@@ -40,57 +42,108 @@ TEST_F(ServerTest, OnlyAWholeAnnouncementOfALiveProcessIsFound) {
     }
 }
 
-TEST_F(ServerTest, NothingButAnOkToItsGreetingConnectsTheBridge) {
-    ServerState().PipeName = ControlPipeName(4242);
-    const std::string endless(1000, 'x');
-    for (const std::vector<std::string>& answer : std::vector<std::vector<std::string>>{
-             {endless}, {"O", "K", "\n"}, {"OK\r\nlost\n"}, {"OK\t\n"}, {"ok\n"}, {"\n"}, {"OK"}}) {
-        const bool accepted = answer.size() > 1 || answer[0].starts_with("OK\r\n");
-        HANDLE pipe = CreateNamedPipeW(ControlPipeName(4242).c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr);
-        std::thread viewer([&] {
+/// The names of a viewer that only speaks when it is spoken to, and its one instance of that pipe.
+struct Connection : ServerTest {
+    const WideString Name = ControlPipeName(4242);
+    const std::string NameText = WideToUtf8(Name);
+    Connection() { ServerState().PipeName = Name; }
+    void TearDown() override {
+        CloseControlConnection();
+        ServerTest::TearDown();
+    }
+    HANDLE CreatePipe() const { return CreateNamedPipeW(Name.c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr); }
+};
+
+TEST_F(Connection, NeedsAnOkToItsGreeting) {
+    const std::string endless(1000, 'x'), large(8192, 'y');
+    // What the viewer answers to the greeting, in pieces, and its reply to the line that follows when it was accepted.
+    const std::pair<std::vector<std::string>, std::string> rows[] = {
+        {{endless}, ""},
+        {{"O", "K", "\n"}, "reply"},
+        {{"OK\r\nlost\n"}, large},
+        {{"OK\t\n"}, ""},
+        {{"ok\n"}, ""},
+        {{"\n"}, ""},
+        {{"OK"}, ""},
+    };
+    const TraceLog trace;
+    for (const auto& row : rows) {
+        HANDLE pipe = CreatePipe();
+        std::thread viewer([&row, &endless, pipe] {
+            const auto& [answer, reply] = row;
             ConnectNamedPipe(pipe, nullptr);
             MarkedReader reader;
             EXPECT_EQ(reader.Until("\n", pipe), "HELLO " + BuildClientName());
             for (const std::string& piece : answer) WriteBytes(pipe, piece);
-            if (accepted && reader.Until("\n", pipe) == "line") WriteBytes(pipe, "reply\n");
+            if (!reply.empty() && reader.Until("\n", pipe) == "line") WriteBytes(pipe, reply), WriteBytes(pipe, "\r\n");
             // The bridge leaves a viewer that says no more.
             const bool left = answer[0] != endless || reader.Until("\n", pipe) == "<end>";
             EXPECT_TRUE(left);
             CloseHandle(pipe);
         });
         AnnounceControlServer(true);
-        EXPECT_EQ(ConnectControlPipe(MainThreadConnectTimeOut), accepted) << answer[0];
-        EXPECT_EQ(SendControlLine("line").value_or("none"), accepted ? "reply" : "none");
+        const auto& [answer, reply] = row;
+        EXPECT_EQ(ConnectControlPipe(MainThreadConnectTimeOut), !reply.empty()) << answer[0];
+        if (reply == large) {
+            const LargestAllocation limit(4096);
+            EXPECT_THROW(static_cast<void>(SendControlLine("line")), std::bad_alloc);
+            EXPECT_FALSE(EnsureControlConnection(0)) << "the rest of that reply is nobody's";
+        } else {
+            EXPECT_EQ(SendControlLine("line").value_or(""), reply);
+        }
         viewer.join();
         CloseControlConnection();
     }
+    EXPECT_EQ(trace.Lines(), FileText(ORVANE_TRACES "greetings"));
 }
 
-TEST_F(ServerTest, OnlyPipesOfThisMachineAreOpened) {
-    Start();
-    const WideString own = ControlPipeName(GetCurrentProcessId()), name = own.substr(own.rfind('\\') + 1);
+#if !defined(_WIN32)
+/// In the place of the stand-in's: the waits for a busy pipe.
+static std::string waits;
+BOOL WaitNamedPipeW(LPCWSTR name, DWORD timeOut) {
+    waits += WideToUtf8(name) + " " + std::to_string(timeOut);
+    return TRUE;
+}
+#endif
+
+TEST_F(Connection, OpensOnlyPipesOfThisMachineThatAreFree) {
     const std::filesystem::path file = std::filesystem::absolute("announced.txt");
     std::ofstream(file) << "untouched";
-    const WideString path = Utf8ToWide(file.string());
-    const std::pair<WideString, bool> rows[] = {
-        {TEXT("\\\\.\\PIPE\\") + name, true},
-        {TEXT("\\\\.\\pipe\\x\\..\\") + name, false},
-        {TEXT("\\\\localhost\\pipe\\") + name, false},
-        {TEXT("//./pipe/") + name, false},
-        {path, false},
-        {TEXT("\\\\.\\pipe\\..\\") + path, false},
+    const std::string path = file.string(), end = NameText.substr(NameText.rfind('\\') + 1);
+    const std::string rows[] = {
+        "\\\\.\\pipe\\x\\..\\" + end,
+        "\\\\.\\pipe\\ . \\" + end,
+        "\\\\.\\pipe\\",
+        "\\\\localhost\\pipe\\" + end,
+        "//./pipe/" + end,
+        path,
+        "\\\\.\\pipe\\..\\" + path,
+        NameText + "0",
+        NameText,
+        "\\\\.\\PIPE\\" + end,
     };
-    for (const auto& [announced, opened] : rows) {
-        SetAnnounced(Announcement::PipeName, REG_SZ, announced + WCHAR(0));
-        EXPECT_EQ(WideToUtf8(FindControlPipes().at(0)), WideToUtf8(announced)) << "a candidate all the same";
-        EXPECT_EQ(ConnectControlPipe(opened ? MainThreadConnectTimeOut : 1), opened) << WideToUtf8(announced);
-        CloseControlConnection();
+    const OwnedHandle busy(CreatePipe());
+    const RawClient client(Name);
+    const TraceLog trace;
+    AnnounceControlServer(true);
+    for (const std::string& announced : rows) {
+        SetAnnounced(Announcement::PipeName, REG_SZ, Utf8ToWide(announced) + WCHAR(0));
+        EXPECT_EQ(WideToUtf8(FindControlPipes().at(0)), announced) << "a candidate all the same";
+        EXPECT_FALSE(ConnectControlPipe(1)) << announced;
     }
+    AnnounceControlServer(false);
+    EXPECT_FALSE(ConnectControlPipe(1));
+    std::string lines = trace.Lines();
+    for (std::size_t at = 0; (at = lines.find(path)) != lines.npos;) lines.replace(at, path.size(), "FILE");
+    EXPECT_EQ(lines, FileText(ORVANE_TRACES "refusals"));
+#if !defined(_WIN32)
+    EXPECT_EQ(waits, NameText + " 250\\\\.\\PIPE\\" + end + " 250");
+#endif
     EXPECT_EQ(std::filesystem::file_size(file), 9u);
     std::filesystem::remove(file);
 }
 
-TEST_F(ServerTest, ACommandIsSentAgainToAViewerThatHasComeBackAndNothingOldIsKept) {
+TEST_F(Connection, ServesACommandAgainWhenTheViewerHasComeBackAndKeepsNothingOld) {
     HostWindow host;
     Start(host.Handle);
     EXPECT_FALSE(EnsureControlConnection(0)) << "no time, no attempt";
@@ -108,5 +161,4 @@ TEST_F(ServerTest, ACommandIsSentAgainToAViewerThatHasComeBackAndNothingOldIsKep
         return ThreadsAndHandles();
     };
     EXPECT_EQ(LeftBehind(comeBack), "");
-    CloseControlConnection();
 }

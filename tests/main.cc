@@ -1,7 +1,6 @@
-#include "agent.h"
-
 #include <gmock/gmock.h>
 
+int RunAgent(const std::string& mode);
 int RunGuestHost(const std::string& mode);
 
 int main(int argc, char** argv) {

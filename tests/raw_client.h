@@ -6,6 +6,7 @@
 #include "platform/process_table.h"
 
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <unistd.h>
 #include <vector>
@@ -17,6 +18,12 @@ bool Eventually(Condition condition) {
         if (condition()) return true;
     }
     return false;
+}
+
+/// The bytes of a file.
+inline std::string FileText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /// The threads and open handles of this process at this moment.
@@ -53,9 +60,9 @@ std::string LeftBehind(Round round, int rounds = 4) {
 
 /// The same, once it stays the same: threads take a moment to leave.
 inline std::string ThreadsAndHandles() {
-    std::string counted;
-    LeftBehind([&] { return Sleep(5), counted = CountThreadsAndHandles(); }, 6000);
-    return counted;
+    std::string used;
+    Eventually([&] { return std::exchange(used, CountThreadsAndHandles()) == used; });
+    return used;
 }
 
 /// Reads a stream from mark to mark. Takes the bytes in the pieces they come in, and keeps what follows a mark.

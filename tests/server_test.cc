@@ -3,9 +3,11 @@
 #include "host_window.h"
 #include "hostlink/discovery.h"
 #include "protocol/control_protocol.h"
-#include "protocol/verbs.h"
+#include "trace_log.h"
 
 using testing::ElementsAre;
+
+struct ControlServer : ServerTest {};
 
 /// What a getter returns, and the text that it leaves in the buffer.
 static std::pair<int, std::string> Get(std::int32_t (*getter)(OrvaneMcpChar*, std::int32_t), int capacity = 1024) {
@@ -25,7 +27,7 @@ static std::string Stored(LPCWSTR value) {
     return error == ERROR_SUCCESS ? bytes.substr(0, size) : "";
 }
 
-TEST_F(ServerTest, AStartNamesThePipeAndTheLauncherAndAnnouncesThePipeUntilTheStop) {
+TEST_F(ControlServer, AStartNamesThePipeAndTheLauncherAndAnnouncesThePipeUntilTheStop) {
     const std::string ownId = std::to_string(GetCurrentProcessId());
     const std::tuple<DWORD, WideView, std::string, std::string> rows[] = {
         {0, TEXT(""), ownId, WideToUtf8(GetExecutableDirectory()) + "\\orvane_mcp.exe"},
@@ -40,6 +42,7 @@ TEST_F(ServerTest, AStartNamesThePipeAndTheLauncherAndAnnouncesThePipeUntilTheSt
         EXPECT_THAT(FindControlPipes(), ElementsAre(name));
         const std::string bytes(reinterpret_cast<const char*>(name.c_str()), (name.size() + 1) * sizeof(WCHAR));
         EXPECT_EQ(Stored(Announcement::PipeName), bytes) << "the terminating NUL included";
+        EXPECT_EQ(Stored(Announcement::ControlServerEnabled), std::string({1, 0, 0, 0}));
         OrvaneMcp_StopControlServer();
         EXPECT_EQ(Stored(Announcement::ControlServerEnabled), std::string(4, 0));
         EXPECT_EQ(Stored(Announcement::ProcessId) + Stored(Announcement::PipeName), "");
@@ -48,7 +51,7 @@ TEST_F(ServerTest, AStartNamesThePipeAndTheLauncherAndAnnouncesThePipeUntilTheSt
     }
 }
 
-TEST_F(ServerTest, AStartReportsAPipeThatCannotBeCreatedAndCanBeRepeated) {
+TEST_F(ControlServer, AStartReportsAPipeThatCannotBeCreatedAndCanBeRepeated) {
     OwnedHandle taken(CreateNamedPipeW(ControlPipeName(4242).c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr));
     const std::pair<int, std::string> failure(1, "Failed to create Orvane MCP control pipe.");
     EXPECT_EQ(Start(nullptr, 4242), 1);
@@ -57,9 +60,10 @@ TEST_F(ServerTest, AStartReportsAPipeThatCannotBeCreatedAndCanBeRepeated) {
     EXPECT_EQ(Get(OrvaneMcp_GetLastError), failure);
     Start();
     EXPECT_EQ(Get(OrvaneMcp_GetLastError), std::pair(0, std::string()));
+    EXPECT_EQ(OrvaneMcp_GetApiVersion(), 11);
 }
 
-TEST_F(ServerTest, GettersCutTheirTextAndRefuseABufferThatTheyCannotUse) {
+TEST_F(ControlServer, GettersCutTheirTextAndRefuseABufferThatTheyCannotUse) {
     Start();
     SetLastErrorText(TEXT("a failure"));
     for (const auto getter : {OrvaneMcp_GetPipeName, OrvaneMcp_GetServerPath, OrvaneMcp_GetLastError}) {
@@ -70,7 +74,7 @@ TEST_F(ServerTest, GettersCutTheirTextAndRefuseABufferThatTheyCannotUse) {
     }
 }
 
-TEST_F(ServerTest, AClientIsShownByItsFirstWriteAndThenByItsRename) {
+TEST_F(ControlServer, AClientIsShownByItsFirstWriteAndThenByItsRename) {
     const std::tuple<std::string, std::string, std::string, std::string> rows[] = {
         {"HELLO Inspector \r\n", "Inspector", "\xC3\xA9\xFF ", "\xC3\xA9\xEF\xBF\xBD"},
         {"HELLO\n", "HELLO", " \t\xE3\x80\x80", "MCP client"},
@@ -93,32 +97,34 @@ TEST_F(ServerTest, AClientIsShownByItsFirstWriteAndThenByItsRename) {
     }
 }
 
-TEST_F(ServerTest, ClientInfoTellsTheTimeOfTheConnectionAndRefusesWhatItCannotFill) {
+TEST_F(ControlServer, AClientIsShownWithTheTimeOfItsConnectionWhichAStopEndsAtOnce) {
     Start();
-    const RawClient client("one");
+    RawClient client("one");
+    const char* const format = "%Y-%m-%d %H:%M:%S";
     ClientInfo info{517, {}, {}, {}};
     for (const int index : {-1, 1}) EXPECT_EQ(OrvaneMcp_GetClientInfo(index, &info), 0) << index;
     EXPECT_EQ(OrvaneMcp_GetClientInfo(0, nullptr), 0);
     EXPECT_EQ(OrvaneMcp_GetClientInfo(0, &(info = {515, {}, {}, {}})), 0);
     EXPECT_EQ(OrvaneMcp_GetClientInfo(0, &(info = {516, {}, {}, {}})), 1);
     EXPECT_EQ(WideToUtf8(info.Transport), "stdio bridge");
-    EXPECT_EQ(WideString(info.ConnectedAt).size(), std::size("2026-01-31 08:15:00") - 1);
+    EXPECT_THAT((std::array{LocalTime(format), LocalTime(format, 1), LocalTime(format, 2)}),
+                testing::Contains(WideToUtf8(info.ConnectedAt)));
+    const std::shared_ptr<PipeInstance> heldElsewhere = ServerState().Clients.at(0).Pipe;
+    OrvaneMcp_StopControlServer();
+    EXPECT_EQ(client.Read(), "<end>");
+    EXPECT_TRUE(PipeCall(*heldElsewhere));
+    EndConnections({heldElsewhere});
+    EXPECT_FALSE(PipeCall(*heldElsewhere)) << "no call after that";
 }
 
-TEST_F(ServerTest, ASessionHandsEachRequestToTheHostByItsIdAndAnswersWithOneLine) {
+TEST_F(ControlServer, ASessionHandsEachRequestToTheHostByItsIdAndAnswersWithOneLine) {
     const std::string text = std::string(1022, 'x') + "\xF0\x9F\x98\x80" + std::string(1000, 'x');
-    std::vector<std::pair<std::string, std::string>> rows = {
-        {"GET_BOARD_STATE\r", "OK\t2:"},
-        {"FIND_COMPONENTS_UI\tcharger", "OK\t5:SHOW_UI\tcharger"},
+    const std::pair<std::string, std::string> rows[] = {
+        {"FIND_COMPONENTS_UI\tcharger\r", "OK\t5:SHOW_UI\tcharger"},
         {"get_net\tVCC", "ERR\tUnknown Orvane MCP command."},
         {std::string("GET_NET\ta\xFF\0b", 12), "OK\t7:a\xEF\xBF\xBD"},
         {"\r\n\nGET_NET\t" + text, "OK\t7:" + text},
     };
-    for (const HostVerb& verb : HostVerbs) {
-        const std::string reply = "OK\t" + std::to_string(verb.CommandId) + ":" + std::string(verb.TextPrefix);
-        const std::string payload = verb.HasPayload() ? "a b\tc" : "";
-        rows.emplace_back(std::string(verb.Literal) + payload, reply + payload);
-    }
     HostWindow host;
     Start(host.Handle);
     RawClient client;
@@ -128,7 +134,7 @@ TEST_F(ServerTest, ASessionHandsEachRequestToTheHostByItsIdAndAnswersWithOneLine
     for (const auto& [request, reply] : rows) EXPECT_EQ(client.Exchange(request), reply) << request;
 }
 
-TEST_F(ServerTest, SessionsLeaveNoThreadAndNoHandleBehindEvenOfAClientThatDoesNotRead) {
+TEST_F(ControlServer, SessionsLeaveNoThreadAndNoHandleBehindEvenOfAClientThatDoesNotRead) {
     HostWindow host([](HostCommand& command) { return SetLongReply(command, WideString(100000, 'x')), 0; });
     Start(host.Handle);
     const auto round = [] {
@@ -146,15 +152,7 @@ TEST_F(ServerTest, SessionsLeaveNoThreadAndNoHandleBehindEvenOfAClientThatDoesNo
     EXPECT_EQ(LeftBehind(round), "");
 }
 
-TEST_F(ServerTest, AStopEndsAConnectionAtOnceEvenWhileThePipeIsHeldElsewhere) {
-    Start();
-    RawClient client("one");
-    const std::shared_ptr<PipeInstance> held = ServerState().Clients.at(0).Pipe;
-    OrvaneMcp_StopControlServer();
-    EXPECT_EQ(client.Read(), "<end>");
-}
-
-TEST_F(ServerTest, ASessionHarmsNobodyWhenItOutlivesAStop) {
+TEST_F(ControlServer, ASessionHarmsNobodyWhenItOutlivesAStop) {
     std::promise<void> restarted, finish;
     HostWindow second;
     HostWindow first([&](HostCommand& command) {
@@ -180,7 +178,7 @@ TEST_F(ServerTest, ASessionHarmsNobodyWhenItOutlivesAStop) {
     EXPECT_EQ(first.Commands + second.Commands, 2);
 }
 
-TEST_F(ServerTest, DisconnectingFailsOnlyWhenClientsStayThatNobodyCouldDisconnect) {
+TEST_F(ControlServer, DisconnectingFailsOnlyWhenClientsStayThatNobodyCouldDisconnect) {
     HostWindow host([](HostCommand& command) {
         EXPECT_EQ(OrvaneMcp_DisconnectClients(), 1) << "its client stays in the list until the command is done";
         return Echo(command);
@@ -195,7 +193,7 @@ TEST_F(ServerTest, DisconnectingFailsOnlyWhenClientsStayThatNobodyCouldDisconnec
     EXPECT_THAT(ClientNames(), ElementsAre("without a pipe"));
 }
 
-TEST_F(ServerTest, AHostsReplyComesFromWhatTheHostLeavesInTheRecord) {
+TEST_F(ControlServer, AHostsReplyComesFromWhatTheHostLeavesInTheRecord) {
     const std::string noWindow = "ERR\tOrvane main window is not available.";
     const std::tuple<int, LRESULT, WideString, std::optional<WideString>, std::string> rows[] = {
         {0, 0, {}, {}, "ERR\tOrvane command failed."},

@@ -3,88 +3,61 @@
 import assert from "node:assert/strict";
 import { execFile, spawn } from "node:child_process";
 import { once } from "node:events";
-import { copyFileSync, mkdtempSync } from "node:fs";
-import { createRequire } from "node:module";
-import { tmpdir } from "node:os";
-import { dirname, join, resolve } from "node:path";
-import { createInterface } from "node:readline";
-import { after, before, describe, test } from "node:test";
+import { resolve } from "node:path";
+import { after, before, test } from "node:test";
 import { promisify } from "node:util";
 
 import { Client } from "@modelcontextprotocol/sdk/client/index.js";
 import { StdioClientTransport } from "@modelcontextprotocol/sdk/client/stdio.js";
 import { Ajv } from "ajv";
 
-const programs = resolve(process.env.ORVANE_PROGRAMS);
-const runner = process.env.ORVANE_RUNNER ? [process.env.ORVANE_RUNNER] : [];
-const demo = resolve(import.meta.dirname ?? dirname(new URL(import.meta.url).pathname), "../../demo");
-const timeout = 180000; // milliseconds, against a hang alone
 const toolCount = 19; // demo/session.py calls each of them
-const work = mkdtempSync(join(tmpdir(), "orvane-clients-"));
+const options = { timeout: 180000 }; // milliseconds, against a hang alone
+const client = new Client({ name: "orvane-client-tests", version: "1.0.0" });
+let viewer;
 
-function commandLine(program, ...args) {
-  const [command, ...rest] = [...runner, join(programs, program), ...args];
-  return { command, args: rest };
+function commandLine(program) {
+  const [command, ...args] = [process.env.ORVANE_RUNNER, resolve(process.env.ORVANE_PROGRAMS, program)].filter(Boolean);
+  return { command, args };
 }
 
-/** Starts the demo viewer on a copy of its board and waits until it serves. Gives what ends it. */
-async function startViewer() {
-  for (const file of ["demo_board.orv", "demo_schematic.sch", "diagnostic_hints.yaml"]) {
-    copyFileSync(join(demo, file), join(work, file));
-  }
-  const { command, args } = commandLine("Orvane.exe", "demo_board.orv");
-  const viewer = spawn(command, args, { cwd: work, stdio: ["ignore", "pipe", "inherit"], timeout });
-  const ended = once(viewer, "exit");
-  const lines = createInterface({ input: viewer.stdout });
-  const [line] = await Promise.race([once(lines, "line"), ended]);
-  lines.on("line", () => {});
+before(async () => {
+  const { command, args } = commandLine("Orvane.exe");
+  viewer = spawn(command, [...args, "demo/demo_board.orv"], { stdio: ["ignore", "pipe", "inherit"], ...options });
+  const [line] = await once(viewer.stdout, "data");
   assert.match(String(line), /^serving /);
-  return () => viewer.kill("SIGKILL") && ended;
-}
+  viewer.stdout.resume();
+  await client.connect(new StdioClientTransport({ ...commandLine("orvane_mcp.exe"), env: process.env }));
+});
+// A child process left over would keep this one alive.
+after(() => Promise.allSettled([client.close(), viewer.kill("SIGKILL") && once(viewer, "exit")]));
 
-async function connect() {
-  const client = new Client({ name: "orvane-client-tests", version: "1.0.0" });
-  await client.connect(new StdioClientTransport({ ...commandLine("orvane_mcp.exe"), env: process.env, cwd: work }));
-  return client;
-}
+test("every tool is listed with a strict schema", options, async () => {
+  const { tools } = await client.listTools();
+  assert.equal(tools.length, toolCount);
+  const ajv = new Ajv({ strict: true, strictTypes: false, allErrors: true });
+  for (const { name, inputSchema } of tools) {
+    const validate = ajv.compile(inputSchema);
+    validate({ made_up: 1 });
+    assert.match(ajv.errorsText(validate.errors), /must NOT have additional properties/, name);
+  }
+});
 
-describe("a viewer is running", { timeout }, () => {
-  let client, stopViewer;
-  before(async () => {
-    stopViewer = await startViewer();
-    client = await connect();
-  });
-  // A child process left over would keep this one alive.
-  after(() => Promise.allSettled([client?.close(), stopViewer?.()]));
+test("an unknown method is a protocol error, and the session goes on", options, async () => {
+  await assert.rejects(client.listPrompts(), (error) => error.code === -32601 || /prompts/.test(error.message));
+  const { content } = await client.callTool({ name: "get_board_state", arguments: {} });
+  assert.match(content[0].text, /board/);
+});
 
-  test("every tool is listed with a strict schema", async () => {
-    const { tools } = await client.listTools();
-    assert.equal(tools.length, toolCount);
-    const ajv = new Ajv({ strict: true, strictTypes: false, allErrors: true });
-    for (const { name, inputSchema } of tools) {
-      const validate = ajv.compile(inputSchema);
-      validate({ made_up: 1 });
-      assert.match(ajv.errorsText(validate.errors), /must NOT have additional properties/, name);
-    }
-  });
-
-  test("an unknown method is a protocol error, and the session goes on", async () => {
-    await assert.rejects(client.listPrompts(), (error) => error.code === -32601 || /prompts/.test(error.message));
-    const { content } = await client.callTool({ name: "get_board_state", arguments: {} });
-    assert.match(content[0].text, /board/);
-  });
-
-  test("the Inspector's command line lists the tools and calls one", async () => {
-    const cli = createRequire(import.meta.url).resolve("@modelcontextprotocol/inspector/cli/build/cli.js");
-    const { command, args } = commandLine("orvane_mcp.exe");
-    const inspect = async (...more) => {
-      const words = [cli, "--cli", command, ...args, ...more];
-      const { stdout } = await promisify(execFile)(process.execPath, words, { cwd: work, timeout: 60000 });
-      return JSON.parse(stdout);
-    };
-    assert.equal((await inspect("--method", "tools/list")).tools.length, toolCount);
-    const selected = await inspect("--method", "tools/call", "--tool-name", "select_component", "--tool-arg", "refdes=PU2");
-    assert.equal(selected.isError, false);
-    assert.match(selected.content[0].text, /^ORVANE_FINAL/);
-  });
+test("the Inspector's command line lists the tools and calls one", options, async () => {
+  const cli = resolve("tests/clients/node_modules/@modelcontextprotocol/inspector/cli/build/cli.js");
+  const { command, args } = commandLine("orvane_mcp.exe");
+  const inspect = async (...words) => {
+    const all = [cli, "--cli", command, ...args, "--method", ...words];
+    return JSON.parse((await promisify(execFile)(process.execPath, all, { timeout: 60000 })).stdout);
+  };
+  assert.equal((await inspect("tools/list")).tools.length, toolCount);
+  const selected = await inspect("tools/call", "--tool-name", "select_component", "--tool-arg", "refdes=PU2");
+  assert.equal(selected.isError, false);
+  assert.match(selected.content[0].text, /^ORVANE_FINAL/);
 });

@@ -1,25 +1,24 @@
 #!/usr/bin/env python3
 """Looks at the package. `check.py files PACKAGE VERSION`: what the shipped files import and export, how they are
 protected, and whether their symbols belong to them. `check.py content PACKAGE BUNDLE`: what both hold, that no file
-tells where it was built, and that the documents' links lead somewhere inside the package. `check.py host PACKAGE
-FOLDER`: whether the folder's host.exe serves a call of the package's launcher."""
+tells where it was built, and that the documents' links lead to files of the package. `check.py host PACKAGE FOLDER`:
+whether the folder's host.exe serves a call of the package's launcher."""
 import json
 import pathlib
 import re
 import subprocess
 import sys
+import uuid
 
-EXPORTS = {"OrvaneMcp_" + name for name in (
-    "RunStdioBridge", "StartControlServer", "StopControlServer", "GetApiVersion", "GetPipeName", "GetServerPath",
-    "GetLastError", "GetClientCount", "GetClientInfo", "DisconnectClients")}
+CHECKOUT = pathlib.Path(__file__).resolve().parents[2]
+EXPORTS = set(re.findall(r"^ +(\w+)$", (CHECKOUT / "src/api/orvane_mcp.def").read_text("utf-8"), re.M))
 SYSTEM = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "user32.dll"}
-failed = False
 
 
 def check(holds, what):
-    global failed
-    failed = failed or not holds
-    print(("ok      " if holds else "FAILED  ") + what)
+    print(what)
+    if not holds:
+        sys.exit("FAILED: " + what)
 
 
 def run(*words, **options):
@@ -33,8 +32,7 @@ def check_file(file, imports, exports, version, function):
                "--coff-debug-directory", file)
     found = {word.lower() for word in re.findall(r"^Import {\n  Name: (\S+)", dump, re.M)}
     check(found and found <= imports, f"{name} imports from {', '.join(sorted(found))}")
-    check(set(re.findall(r"^Export {\n.*\n  Name: (\w+)", dump, re.M)) == exports,
-          f"{name} exports {len(exports)} functions")
+    check(set(re.findall(r"^Export {\n.*\n  Name: (\w+)", dump, re.M)) == exports, f"{name} exports {len(exports)}")
     for flag in ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"):
         check(f"IMAGE_DLL_CHARACTERISTICS_{flag} " in dump, f"{name}: {flag}")
     check("TimeDateStamp: 1970-01-01 00:00:00" in dump, f"{name} holds no time")
@@ -50,31 +48,12 @@ def check_file(file, imports, exports, version, function):
     symbols = file.parent.parent / "symbols" / f"{name}.pdb"
     about = run("llvm-pdbutil", "dump", "--summary", "--symbols", symbols)
     signature, age = (re.search(rf"PDB{what}: \(?([^)\n]+)", dump).group(1) for what in ("GUID", "Age"))
-    digits = re.search(r"GUID: {(.+)}", about).group(1).split("-")
-    held = [byte for number in digits[:3] for byte in reversed(bytes.fromhex(number))] + list(bytes.fromhex(
-        "".join(digits[3:])))
-    check(list(bytes.fromhex(signature)) == held and f"Age: {age}\n" in about, f"{symbols.name} belongs to {name}")
+    guid = uuid.UUID(re.search(r"GUID: {(.+)}", about).group(1))
+    check(guid.bytes_le == bytes.fromhex(signature) and f"Age: {age}\n" in about, f"{symbols.name} belongs to {name}")
     check(f"PDBFileName: {symbols.name}\n" in dump, f"{name} names {symbols.name} without a folder")
     check(f"`{function}`" in about, f"{symbols.name} knows {function}")
     lines = run("llvm-pdbutil", "dump", "--l", symbols)
     check(re.search(r"^(src|launcher)\\\S+\.cc \(MD5: .*\n.*line/addr", lines, re.M), f"{symbols.name} knows source lines")
-
-
-def anchors(text):
-    """What a link may name in a document: its headings, as they are turned into links."""
-    headings = re.findall(r"^#+ (.+)$", re.sub(r"^```.*?^```$", "", text, flags=re.M | re.S), re.M)
-    return {re.sub(r"[^\w\- ]", "", heading).lower().replace(" ", "-") for heading in headings}
-
-
-def check_links(package):
-    package = package.resolve()
-    for document in sorted(package.rglob("*.md")):
-        for link in re.findall(r"\]\(([^)\s]+)\)", document.read_text("utf-8")):
-            path, _, heading = link.partition("#")
-            target = (document.parent / path).resolve() if path else document
-            leads = target.is_relative_to(package) and target.exists()
-            leads = leads and (not heading or heading in anchors(target.read_text("utf-8")))
-            check(leads or re.match("[a-z]+:", link), f"{document.relative_to(package)} links to {link}")
 
 
 def check_content(package, bundle):
@@ -83,13 +62,18 @@ def check_content(package, bundle):
     check(names == {"README", "NOTICE", "CHANGELOG.md", "SECURITY.md",
                     "bin", "symbols", "lib", "include", "docs", "examples"}, "it holds " + ", ".join(sorted(names)))
     check(all(name in readme for name in names - {"README"}), "README tells what each of them is")
+    manifest = json.loads((bundle / "manifest.json").read_text("utf-8"))
+    started = manifest["server"]["mcp_config"]["command"].replace("${__dirname}", str(bundle))
+    check(pathlib.Path(started).is_file(), "the bundle has what it starts")
     # Symbols name the folders where Debian has its compiler and its headers.
-    checkout = str(pathlib.Path(__file__).resolve().parents[2])
     for path in (one for top in (package, bundle) for one in sorted(top.rglob("*")) if one.is_file()):
-        folders = [checkout, "/home/", "/root/", "/tmp/"] + ([] if path.suffix == ".pdb" else ["/usr/lib", "/usr/x86"])
+        folders = [str(CHECKOUT), "/home/", "/root/", "/tmp/"] + ([] if path.suffix == ".pdb" else ["/usr/lib", "/usr/x86"])
         told = [folder for folder in folders if folder.encode() in path.read_bytes()]
         check(not told, f"{path.name} names no folder of the build {told or ''}".rstrip())
-    check_links(package)
+    for document in package.rglob("*.md"):
+        for link in re.findall(r"\]\(([^:)\s#]+)[)#]", document.read_text("utf-8")):
+            target = (document.parent / link).resolve()
+            check(target.exists() and target.is_relative_to(package.resolve()), f"{document.name} links to {link}")
 
 
 def check_host(package, folder):
@@ -106,17 +90,11 @@ def check_host(package, folder):
     check(viewer.returncode == 0, "it exits with 0")
 
 
-def main():
-    part, package, rest = sys.argv[1], pathlib.Path(sys.argv[2]), sys.argv[3]
-    if part == "files":
-        check_file(package / "bin/orvane_mcp.dll", SYSTEM, EXPORTS, rest, "OrvaneMcp_StartControlServer")
-        check_file(package / "bin/orvane_mcp.exe", SYSTEM | {"orvane_mcp.dll"}, set(), rest, "main")
-    elif part == "content":
-        check_content(package, pathlib.Path(rest))
-    else:
-        check_host(package, pathlib.Path(rest))
-    return failed
-
-
-if __name__ == "__main__":
-    sys.exit(main())
+part, package, rest = sys.argv[1], pathlib.Path(sys.argv[2]), sys.argv[3]
+if part == "files":
+    check_file(package / "bin/orvane_mcp.dll", SYSTEM, EXPORTS, rest, "OrvaneMcp_StartControlServer")
+    check_file(package / "bin/orvane_mcp.exe", SYSTEM | {"orvane_mcp.dll"}, set(), rest, "main")
+elif part == "content":
+    check_content(package, pathlib.Path(rest))
+else:
+    check_host(package, pathlib.Path(rest))
