@@ -1,6 +1,5 @@
-#include "board.h"
+#include "viewer.h"
 
-#include <cmath>
 #define STB_IMAGE_WRITE_IMPLEMENTATION
 #define STB_IMAGE_WRITE_STATIC
 #define STBI_WRITE_NO_STDIO
@@ -9,39 +8,32 @@
 
 namespace {
 
-using Colour = std::array<double, 4>;  ///< red, green and blue up to 255, and how much it covers, up to 1
-constexpr Colour Paper{250, 249, 245, 1}, Ink{38, 50, 66, 1}, Mask{22, 92, 68, 1}, MaskEdge{186, 158, 88, 1},
-    Body{46, 50, 56, 1}, BodyEdge{120, 128, 136, 1}, Label{246, 246, 242, 1}, Pad{222, 190, 112, 1},
-    Chosen{208, 64, 24, 1}, Glow{255, 200, 60, 0.2}, LivePad{92, 220, 255, 1};
+using Colour = std::array<std::uint8_t, 3>;
+constexpr Colour Ink{38, 50, 66}, Mask{22, 92, 68}, MaskEdge{186, 158, 88}, Body{46, 50, 56}, Label{246, 246, 242},
+    Pad{222, 190, 112}, Chosen{208, 64, 24}, Halo{255, 200, 60}, LivePad{92, 220, 255};
 constexpr double BoardMargin = 30, PointsPerMillimetre = 5, FarthestPlace = 5000, TextTop = 425, LineAdvance = 12;
-constexpr double MostPixelsPerPoint = 2, FewestPixelsPerPoint = 0.25, LetterHeight = 9, GlowSize = 9;
+constexpr double MostPixelsPerPoint = 2, FewestPixelsPerPoint = 0.25, LetterHeight = 9;
 
-/// A picture of an area of a page; three bytes for each pixel, row by row.
+/// A picture of an area of a page; three bytes for each pixel, row by row. White to begin with.
 struct Canvas {
     Box area;
     double scale;  ///< pixels per point
     int width = int((area[Right] - area[Left]) * scale), height = int((area[Bottom] - area[Top]) * scale);
-    std::vector<std::uint8_t> pixels = std::vector<std::uint8_t>(static_cast<std::size_t>(width * height) * 3);
+    double painted = 0;  ///< pixels, those painted over included
+    std::vector<std::uint8_t> pixels = std::vector<std::uint8_t>(static_cast<std::size_t>(width * height) * 3, 252);
 };
 
-/// Paints a box of the page with round corners, as far as it lies in the picture. A pixel at the edge is covered by as
-/// much of it as lies inside.
-void Paint(Canvas& canvas, Box box, const Colour& colour, double corner = 0) {
-    for (std::size_t edge = 0; edge < 4; ++edge) box[edge] = (box[edge] - canvas.area[edge % 2]) * canvas.scale;
-    const double radius = std::max(corner * canvas.scale, 0.5);
-    const int left = int(std::clamp(box[Left], 0.0, double(canvas.width)));
-    const int top = int(std::clamp(box[Top], 0.0, double(canvas.height)));
-    for (int y = top; y < std::min(box[Bottom] + 1, double(canvas.height)); ++y) {
-        for (int x = left; x < std::min(box[Right] + 1, double(canvas.width)); ++x) {
-            const double beyondX = std::max({box[Left] + radius - x - 0.5, x + 0.5 - box[Right] + radius, 0.0});
-            const double beyondY = std::max({box[Top] + radius - y - 0.5, y + 0.5 - box[Bottom] + radius, 0.0});
-            const double cover = std::clamp(radius + 0.5 - std::hypot(beyondX, beyondY), 0.0, 1.0) * colour[3];
-            for (std::size_t i = 0, at = static_cast<std::size_t>(y * canvas.width + x) * 3; i < 3; ++i) {
-                std::uint8_t& value = canvas.pixels[at + i];
-                value = static_cast<std::uint8_t>(std::lround(value + (colour[i] - value) * cover));
-            }
-        }
+/// Paints a box of the page, as far as it lies in the picture.
+void Paint(Canvas& canvas, Box box, const Colour& colour) {
+    for (std::size_t edge = 0; edge < 4; ++edge) {
+        const double pixels = (box[edge] - canvas.area[edge % 2]) * canvas.scale;
+        box[edge] = std::clamp(std::round(pixels), 0.0, double(edge % 2 ? canvas.height : canvas.width));
     }
+    canvas.painted += std::abs((box[Right] - box[Left]) * (box[Bottom] - box[Top]));
+    if (canvas.painted > 1e9) throw Refusal("There is too much to draw on this page.");
+    for (int y = int(box[Top]); y < int(box[Bottom]); ++y)
+        for (int x = int(box[Left]); x < int(box[Right]); ++x)
+            std::ranges::copy(colour, &canvas.pixels[static_cast<std::size_t>(y * canvas.width + x) * 3]);
 }
 
 /// A word at its place, in the letters that the font has. Very long ones are cut.
@@ -56,48 +48,46 @@ void Write(Canvas& canvas, Word word, const Colour& colour) {
     std::vector<float> strokes(word.text.size() * 32 * strokeFloats);
     int count = stb_easy_font_print(float(word.box[Left]), float(word.box[Top]), word.text.data(), nullptr,
                                     strokes.data(), static_cast<int>(strokes.size() * sizeof(float)));
-    for (const float* at = strokes.data(); count > 0; --count, at += strokeFloats) {
+    for (const float* at = strokes.data(); count > 0; --count, at += strokeFloats)
         Paint(canvas, {at[0], at[1], at[8], at[9]}, colour);
-    }
 }
 
-/// Where a box of a record lies on a page. The numbers of a damaged file stay out of the arithmetic elsewhere.
+/// Where a record's box is on a page. A damaged file's numbers are kept within reason.
 Box OnPage(const json& millimetres) {
     Box box = millimetres.get<Box>();
     for (double& edge : box) edge = BoardMargin + std::clamp(edge, -FarthestPlace, FarthestPlace) * PointsPerMillimetre;
     return box;
 }
 
+/// The name of a part in the middle of its body.
 Word LabelOf(const json& part) {
-    const std::string name = part.at("name");
-    const Box body = OnPage(part.at("body")), label = WordAt(0, 0, name).box;
-    const double left = (body[Left] + body[Right] - label[Right]) / 2,
-                 top = (body[Top] + body[Bottom] - LetterHeight) / 2;
-    return WordAt(std::round(left), std::round(top) + 1, name);
+    const Box body = OnPage(part.at("body")), label = WordAt(0, 0, part.at("name")).box;
+    return WordAt(std::round((body[Left] + body[Right] - label[Right]) / 2),
+                  std::round((body[Top] + body[Bottom] - LetterHeight) / 2) + 1, part.at("name"));
 }
 
 void DrawPart(Canvas& canvas, const json& part, bool chosen, const std::string& net) {
     const Box body = OnPage(part.at("body"));
-    for (double size = GlowSize; chosen && size > 0; --size) Paint(canvas, Grown(body, size), Glow, size);
-    Paint(canvas, Grown(body, 0.5), chosen ? Paper : BodyEdge, 2);
-    Paint(canvas, body, chosen ? Chosen : Body, 1.5);
-    for (const json& pin : part.at("pins")) {
-        const bool live = Is(pin, "net", net);
-        Paint(canvas, Grown(OnPage(pin.at("pad")), live ? 1.5 : 0), live ? LivePad : Pad, live ? 2 : 0);
-    }
-    Paint(canvas, Grown(LabelOf(part).box, 0.5), chosen ? Chosen : Body, 1);  // pads don't blur the letters
+    if (chosen) Paint(canvas, Grown(body, 5), Halo);
+    Paint(canvas, body, chosen ? Chosen : Body);
+    for (const json& pin : part.at("pins")) Paint(canvas, OnPage(pin.at("pad")), Is(pin, "net", net) ? LivePad : Pad);
+    Paint(canvas, Grown(LabelOf(part).box, 0.5), chosen ? Chosen : Body);  // keeps pads off the letters
     Write(canvas, LabelOf(part), Label);
 }
 
 }  // namespace
 
-json LoadBoard(const std::filesystem::path& path) try {
-    // What the file left out. A text or a box of another type throws.
+Viewer OpenBoard(const fs::path& file) try {
+    // What the file left out becomes empty, a text becomes one line. A value of another type throws.
     const auto complete = [](json& record, const Strings& texts, const char* box = nullptr) {
-        for (const std::string& key : texts) record[key] = record.value(key, "");
+        for (const std::string& key : texts) record[key] = OneLine(record.value(key, ""));
         if (box) record[box] = record.value(box, Box{});
     };
-    json board = json::parse(LoadBytes(path));
+    Viewer viewer;
+    viewer.boardPath = (fs::current_path() / file).lexically_normal();
+    // What is nested deeper than a pad's numbers is dropped: deep nesting could exhaust the stack.
+    const auto isShallow = [](int depth, json::parse_event_t, json&) { return depth < 8; };
+    json& board = viewer.board = json::parse(LoadBytes(viewer.boardPath), isShallow);
     complete(board, {"name", "schematic"});
     board["outline"] = board.value("outline", std::vector<Box>());
     for (json& net : board["nets"]) complete(net, {"name", "info", "note", "no_connect"});
@@ -105,20 +95,19 @@ json LoadBoard(const std::filesystem::path& path) try {
         complete(part, {"name", "side", "package", "info", "display_info", "note"}, "body");
         for (json& pin : part["pins"]) complete(pin, {"number", "name", "net"}, "pad");
     }
-    return board;
+    // Only a file directly beside the board, whatever the board says.
+    const fs::path drawing = viewer.boardPath.parent_path() / PathOf(board["schematic"]).filename();
+    std::error_code failure;
+    if (drawing.extension() == ".sch" && fs::exists(drawing, failure)) viewer.schematicPath = drawing;
+    return viewer;
 } catch (const json::exception&) {
-    throw Refusal(PathText(path) + " is not a board file.");
-}
-
-bool Is(const json& record, const char* key, const std::string& text) {
-    return !text.empty() && Lower(record.at(key)) == Lower(text);
+    throw Refusal(PathText(file) + " is not a board file.");
 }
 
 std::vector<Word> WordsOf(const json& board, const Page& page) {
     std::vector<Word> words;
-    for (const json& part : board.at("components")) {
+    for (const json& part : board.at("components"))
         if (part.at("side") == page.side) words.push_back(LabelOf(part));
-    }
     double top = TextTop;
     for (const std::string& line : SplitAt(page.text, '\n')) {
         double left = BoardMargin;
@@ -131,29 +120,20 @@ std::vector<Word> WordsOf(const json& board, const Page& page) {
     return words;
 }
 
-Box Grown(const Box& box, double by) {
-    return {box[Left] - by, box[Top] - by, box[Right] + by, box[Bottom] + by};
-}
-
-std::string DrawPage(const json& board, const Page& page, const Box& area, const json* chosen, const std::string& net,
-                     std::size_t byteLimit) {
+std::string DrawPage(const Viewer& viewer, const Page& page, Box area, const std::string& chosen, std::size_t limit) {
     const auto append = [](void* png, void* bytes, int size) {
         static_cast<std::string*>(png)->append(static_cast<const char*>(bytes), static_cast<std::size_t>(size));
     };
     for (double scale = MostPixelsPerPoint; scale >= FewestPixelsPerPoint; scale /= 2) {
         Canvas canvas{area, scale};
-        Paint(canvas, Grown(area, 2), Paper);
-        for (const json& box : board.at("outline")) Paint(canvas, Grown(OnPage(box), 1.5), MaskEdge, 11.5);
-        for (const json& box : board.at("outline")) Paint(canvas, OnPage(box), Mask, 10);
-        for (const Word& word : WordsOf(board, page)) Write(canvas, word, Ink);
-        for (const bool last : {false, true}) {  // the chosen part's glow lies over its neighbours
-            for (const json& part : board.at("components")) {
-                if (part.at("side") == page.side && (&part == chosen) == last) DrawPart(canvas, part, last, net);
-            }
-        }
+        for (const json& box : viewer.board.at("outline")) Paint(canvas, Grown(OnPage(box), 1.5), MaskEdge);
+        for (const json& box : viewer.board.at("outline")) Paint(canvas, OnPage(box), Mask);
+        for (const Word& word : WordsOf(viewer.board, page)) Write(canvas, word, Ink);
+        for (const json& part : viewer.board.at("components"))
+            if (part.at("side") == page.side) DrawPart(canvas, part, Is(part, "name", chosen), viewer.selectedNet);
         std::string png;
         stbi_write_png_to_func(append, &png, canvas.width, canvas.height, 3, canvas.pixels.data(), 0);
-        if (!png.empty() && (byteLimit == 0 || (png.size() + 2) / 3 * 4 <= byteLimit)) return png;
+        if (!png.empty() && (limit == 0 || (png.size() + 2) / 3 * 4 <= limit)) return png;
     }
-    return {};
+    throw Refusal("The picture would be larger than " + std::to_string(limit) + " bytes.");
 }

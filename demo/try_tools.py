@@ -15,7 +15,7 @@ HELP = """Type a tool's name and its arguments, as name=value or as JSON:
     get_component_info refdes=UC1
     find_components query="find 10K components" show_in_find_parts=true
     bulk_update_components {"updates":[{"refdes":"PR4","value":"23.2K_1206_1%"}]}
-help lists the tools, help TOOL tells more of one, quit or the end of input ends."""
+help lists the tools, help TOOL describes one, quit ends the session."""
 
 
 def example_of(name):
@@ -33,7 +33,7 @@ def shown(value):
 
 
 def arguments_of(tool):
-    """The tool's arguments for a person: required ones as they are, others in brackets."""
+    """The tool's arguments as a person reads them, the optional ones in brackets."""
     schema = tool["inputSchema"]
     required = schema.get("required", [])
     return " ".join(key if key in required else f"[{key}]" for key in schema["properties"])
@@ -42,20 +42,20 @@ def arguments_of(tool):
 def tell_help(tools, name):
     if name not in tools:
         for tool in tools.values():
-            print(f"{tool['name']} {arguments_of(tool)}\n    for example: {example_of(tool['name'])}")
+            print(f"{tool['name']} {arguments_of(tool)}".rstrip() + f"\n    for example: {example_of(tool['name'])}")
         print(HELP)
         return
     tool = tools[name]
     print(f"{name} {arguments_of(tool)}\n{tool['description']}")
     for key, value in tool["inputSchema"]["properties"].items():
         choice = f", one of {', '.join(value['enum'])}" if "enum" in value else ""
-        default = f", {json.dumps(value['default'])} unless given" if "default" in value else ""
+        default = f", default {json.dumps(value['default'])}" if "default" in value else ""
         print(f"    {key}: {value['type']}{choice}{default}")
     print(f"for example: {example_of(name)}")
 
 
 def parse(tool, text):
-    """Reads a tool's arguments, either as JSON or as words name=value. Raises ValueError that says what is wrong."""
+    """Reads a tool's arguments, as JSON or as name=value words. Raises ValueError, which says what is wrong."""
     if text.startswith("{"):
         return json.loads(text)
     properties = tool["inputSchema"]["properties"]
@@ -72,12 +72,12 @@ def call(client, tools, line, out):
     """Calls the tool that `line` names, prints its answer and saves its picture."""
     name, _, text = line.partition(" ")
     if name not in tools:
-        print(f"There is no tool {name}. help lists the tools.")
+        print(f"There is no tool {name}. Type help for a list.")
         return
     try:
         arguments = parse(tools[name], text.strip())
     except ValueError as error:
-        print(f"These arguments can't be read: {error}")
+        print(f"I can't read these arguments: {error}")
         return
     answer, image, failed = session.call_tool(client, name, arguments)
     print(("refused: " if failed else "") + answer.rstrip("\n"))
@@ -90,7 +90,7 @@ def call(client, tools, line, out):
 
 
 def complete_names(tools):
-    """Has the Tab key complete names, where the terminal can."""
+    """Completes names with the Tab key, where the terminal can."""
     try:
         import readline  # pylint: disable=import-outside-toplevel # not on every system
     except ImportError:
@@ -130,7 +130,7 @@ def main():
     parser.add_argument("--viewer", required=True, help="the command that starts the viewer, without a board")
     parser.add_argument("--launcher", required=True, help="the command that starts the bridge")
     parser.add_argument("--out", required=True, help="a folder for a copy of the board and the pictures")
-    parser.add_argument("--attach", action="store_true", help="talk to a viewer that is already running")
+    parser.add_argument("--attach", action="store_true", help="use a viewer that is already running")
     options = parser.parse_args()
 
     viewer = client = None

@@ -19,12 +19,12 @@ void AwaitAbandonedInput() {
     }
 }
 
-unsigned WINAPI WatchParent(void*) {
-    // Here and not at the start: the way to the parent leads through the whole table of processes.
-    const OwnedHandle parent = OpenParentProcess();
+/// `handle` is the parent's, and belongs to this thread.
+unsigned WINAPI WatchParent(void* handle) {
+    const OwnedHandle parent(handle);
     // Another process may hold the other end of the pipe and be the real client, so the parent's exit alone proves
     // nothing.
-    if (parent && WaitForSingleObject(parent.Get(), INFINITE) == WAIT_OBJECT_0) {
+    if (WaitForSingleObject(parent.Get(), INFINITE) == WAIT_OBJECT_0) {
         AwaitAbandonedInput();
         EndOwnProcess(0);
     }
@@ -34,6 +34,7 @@ unsigned WINAPI WatchParent(void*) {
 }  // namespace
 
 void StartParentWatch() {
-    // Without a thread for it the launcher still ends with its input.
-    static_cast<void>(StartDetachedThread(WatchParent, nullptr));
+    OwnedHandle parent = OpenParentProcess();
+    // Without a parent or a thread the launcher still ends with its input.
+    if (parent && StartDetachedThread(WatchParent, parent.Get())) parent.Release();
 }

@@ -79,8 +79,8 @@ std::u16string Utf16From(std::string_view utf8) {
 }
 
 std::string Utf8From(std::u16string_view utf16) {
-    std::string bytes;
-    bytes.reserve(utf16.size());
+    std::string bytes(utf16.size() * 3, '\0');  // as many as it can take
+    char* end = bytes.data();
     for (std::size_t i = 0; i < utf16.size(); ++i) {
         char32_t point = utf16[i];
         if (IsHighSurrogate(utf16[i]) && i + 1 < utf16.size() && IsLowSurrogate(utf16[i + 1])) {
@@ -90,9 +90,10 @@ std::string Utf8From(std::u16string_view utf16) {
         }
         constexpr char32_t leads[] = {0, 0xC0, 0xE0, 0xF0};
         const int following = point < 0x80 ? 0 : point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
-        bytes += static_cast<char>(leads[following] | point >> 6 * following);
-        for (int i = following - 1; i >= 0; --i) bytes += static_cast<char>(0x80 | (point >> 6 * i & 0x3F));
+        *end++ = static_cast<char>(leads[following] | point >> 6 * following);
+        for (int i = following - 1; i >= 0; --i) *end++ = static_cast<char>(0x80 | (point >> 6 * i & 0x3F));
     }
+    bytes.resize(static_cast<std::size_t>(end - bytes.data()));
     return bytes;
 }
 

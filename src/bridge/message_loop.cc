@@ -6,9 +6,9 @@
 #include "text/trace.h"
 #include "tools/tool_calls.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
-#include <iterator>
 #include <new>
 
 namespace {
@@ -41,33 +41,25 @@ std::size_t FindKey(std::string_view message, std::size_t from = 0) {
 constexpr std::string_view IdKey = R"("id")";
 constexpr std::string_view MethodKey = R"("method":)";
 
-/// The methods with an answer of their own, in the order of Method.
-constexpr std::string_view MethodValues[] = {
-    R"("initialize")",
-    R"("notifications/initialized")",
-    R"("tools/list")",
-    R"("tools/call")",
-};
-
-/// Answers one message, or ignores it.
+/// Answers one message, or ignores it. The first method that the message has decides.
 void HandleMessage(std::string_view message) {
     const std::optional<std::string_view> id = ExtractMessageId(message);
     const std::string_view idText = id.value_or("null");
+    const std::vector<std::string_view> methods = FindMethodValues(message);
 
     // Connect only after the reply is written: a missing viewer delays the next message, but never this reply.
-    switch (FindMethod(message)) {
-        case Method::Initialize:
-            WriteReply(idText, InitializeResultText);
-            EnsureControlConnection(MainThreadConnectTimeOut);
-            break;
-        case Method::Initialized: break;  // the handshake leaves no state
-        case Method::ToolsList:
-            WriteReply(idText, ToolListResultText);
-            EnsureControlConnection(MainThreadConnectTimeOut);
-            break;
-        case Method::ToolsCall: HandleToolCall(idText, message); break;
-        case Method::Other:
-            if (id) WriteReply(idText, MethodNotFoundText);
+    if (MessageHasMethod(methods, "initialize")) {
+        WriteReply(idText, InitializeResultText);
+        EnsureControlConnection(MainThreadConnectTimeOut);
+    } else if (MessageHasMethod(methods, "notifications/initialized")) {
+        // The handshake leaves no state.
+    } else if (MessageHasMethod(methods, "tools/list")) {
+        WriteReply(idText, ToolListResultText);
+        EnsureControlConnection(MainThreadConnectTimeOut);
+    } else if (MessageHasMethod(methods, "tools/call")) {
+        HandleToolCall(idText, message);
+    } else if (id) {
+        WriteReply(idText, MethodNotFoundText);
     }
 }
 
@@ -87,17 +79,21 @@ std::optional<std::string_view> ExtractMessageId(std::string_view message) {
     return id;
 }
 
-Method FindMethod(std::string_view message) {
-    std::size_t method = std::size(MethodValues);
+std::vector<std::string_view> FindMethodValues(std::string_view message) {
+    std::vector<std::string_view> values;
     for (std::size_t at = 0; (at = FindKey<MethodKey>(message, at)) != std::string_view::npos;) {
         at += MethodKey.size();
-        std::string_view value = message.substr(at);
-        if (value.starts_with(' ')) value.remove_prefix(1);
-        for (std::size_t i = 0; i < method; ++i) {
-            if (value.starts_with(MethodValues[i])) method = i;
-        }
+        values.push_back(message.substr(at));
     }
-    return static_cast<Method>(method);
+    return values;
+}
+
+bool MessageHasMethod(const std::vector<std::string_view>& values, std::string_view name) {
+    return std::any_of(values.begin(), values.end(), [name](std::string_view value) {
+        if (value.starts_with(' ')) value.remove_prefix(1);
+        return value.starts_with('"') && value.substr(1).starts_with(name) &&
+               value.substr(1 + name.size()).starts_with('"');
+    });
 }
 
 void RunMessageLoop() try {

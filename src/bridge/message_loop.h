@@ -4,17 +4,17 @@
 
 #include <optional>
 #include <string_view>
+#include <vector>
 
 /// The id exactly as the client wrote it, a string with its quotes, as a view into `message`; nothing when the message
 /// has none. The first "id" of the text decides, at any depth, even where it is a value.
 [[nodiscard]] std::optional<std::string_view> ExtractMessageId(std::string_view message);
 
-/// What a message asks for.
-enum class Method { Initialize, Initialized, ToolsList, ToolsCall, Other };
+/// What follows each member "method" and its colon, at any depth of the message's text. Views into `message`.
+[[nodiscard]] std::vector<std::string_view> FindMethodValues(std::string_view message);
 
-/// The method of a message: the value of any member "method" of the text, at any depth, written with one blank after
-/// the colon or none. Among several, the one that Method lists first.
-[[nodiscard]] Method FindMethod(std::string_view message);
+/// Whether any of `values` is the string `name`, written right after its colon or after one blank.
+[[nodiscard]] bool MessageHasMethod(const std::vector<std::string_view>& values, std::string_view name);
 
 /// Answers messages on standard output until standard input ends, or until a message is larger than memory. Bridge's
 /// calling thread only.

@@ -74,7 +74,8 @@ std::optional<std::string> ReadInputLine() {
     char block[4096];
     std::size_t used = 0;
     std::string line;
-    for (int byte = 0; byte != '\n' && (byte = ReadByteUnlocked(stdin)) != EOF;) {
+    std::FILE* const input = stdin;  // which is a function call on Windows
+    for (int byte = 0; byte != '\n' && (byte = ReadByteUnlocked(input)) != EOF;) {
         block[used++] = static_cast<char>(byte);
         if (used == sizeof block) {
             line.append(block, used);

@@ -81,11 +81,19 @@ End SkipContainer(std::string_view message, std::size_t position, char close, in
     return position + 1;
 }
 
+End SkipJsonObject(std::string_view message, std::size_t position, int depth) {
+    return SkipContainer(message, position, '}', depth);
+}
+
+End SkipJsonArray(std::string_view message, std::size_t position, int depth) {
+    return SkipContainer(message, position, ']', depth);
+}
+
 End SkipValue(std::string_view message, std::size_t position, int depth) {
     position = SkipJsonWhitespace(message, position);
     if (IsAt(message, position, '"')) return SkipString(message, position);
-    if (IsAt(message, position, '{')) return SkipContainer(message, position, '}', depth);
-    if (IsAt(message, position, '[')) return SkipContainer(message, position, ']', depth);
+    if (IsAt(message, position, '{')) return SkipJsonObject(message, position, depth);
+    if (IsAt(message, position, '[')) return SkipJsonArray(message, position, depth);
     const std::size_t end = std::min(message.find_first_of(",}]\r\n", position), message.size());
     if (end == position) return std::nullopt;
     return end;

@@ -1,7 +1,13 @@
 #include "tools/control_line.h"
 
 #include <algorithm>
-#include <iterator>
+
+std::string SanitizeField(std::string_view text) {
+    std::string field(text);
+    std::replace_if(
+        field.begin(), field.end(), [](char byte) { return byte == '\t' || byte == '\n' || byte == '\r'; }, ' ');
+    return field;
+}
 
 std::string& ControlLine::NextField() {
     if (hasField_) line_ += '\t';
@@ -10,10 +16,7 @@ std::string& ControlLine::NextField() {
 }
 
 ControlLine& ControlLine::Text(std::string_view value) {
-    std::string& line = NextField();
-    std::replace_copy_if(
-        value.begin(), value.end(), std::back_inserter(line),
-        [](char byte) { return byte == '\t' || byte == '\n' || byte == '\r'; }, ' ');
+    NextField() += SanitizeField(value);
     return *this;
 }
 
@@ -27,13 +30,13 @@ ControlLine& ControlLine::Flag(bool value) {
     return *this;
 }
 
-ControlLine& ControlLine::TextEdit(std::string_view name, const std::optional<std::string>& value) {
+ControlLine& ControlLine::AppendEditField(std::string_view name, const std::optional<std::string>& value) {
     if (!value) return *this;
     hasEdits_ = true;
     return Text(name).Text(*value);
 }
 
-ControlLine& ControlLine::FlagEdit(std::string_view name, std::optional<bool> value) {
+ControlLine& ControlLine::AppendEditField(std::string_view name, std::optional<bool> value) {
     if (!value) return *this;
     hasEdits_ = true;
     return Text(name).Flag(*value);

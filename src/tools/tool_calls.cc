@@ -63,7 +63,7 @@ void SendOneText(const ToolCall& call, std::string_view verb, std::string_view a
 
 /// Adds the edits that the call has among `names`. An empty text is an edit too.
 void AddTextEdits(ControlLine& line, const ToolCall& call, std::initializer_list<std::string_view> names) {
-    for (const std::string_view name : names) line.TextEdit(name, FindJsonString(call.Message, name));
+    for (const std::string_view name : names) line.AppendEditField(name, FindJsonString(call.Message, name));
 }
 
 // ---- The tools, in the order of the catalogue ----------------------------------------------------------------------
@@ -146,7 +146,7 @@ void UpdateNet(const ToolCall& call) {
     ControlLine line(Verb::UpdateNet);
     line.Text(net);
     AddTextEdits(line, call, {"new_name", "description", "note"});
-    line.FlagEdit("no_connect", FindJsonBool(call.Message, "no_connect"));
+    line.AppendEditField("no_connect", FindJsonBool(call.Message, "no_connect"));
     if (!line.HasEdits()) {
         return FailCall(call,
                         "update_net requires at least one edit field: new_name, description, note, or no_connect.");

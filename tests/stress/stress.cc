@@ -121,11 +121,12 @@ int RunRestartingHost(int rounds) {
         ++atLimit;
         std::cout << "stop " << i << " ran into its limit: " << SessionsByStage() << std::endl;
     }
-    std::cout << rounds << " starts and stops, the longest stop " << longest << " ms\ndone" << std::endl;
+    std::cout << rounds << " starts and stops, the longest stop " << longest << " ms; done" << std::endl;
     std::cin.get();
     Sleep(1000);
     const int left = ServerState().ActiveSessions;
-    std::cout << atLimit << " stops at their limit, " << left << " sessions left: " << SessionsByStage() << std::endl;
+    std::cout << atLimit << " stops at their limit, " << left << " sessions left " << SessionsByStage() << ". "
+              << std::endl;
     return atLimit == 0 && left == 0 && OrvaneMcp_GetClientCount() == 0 ? 0 : 1;
 }
 
@@ -133,8 +134,10 @@ int RunRestartingHost(int rounds) {
 void StartsAndStops(const WideString& self, int rounds) {
     ChildProcess host(self, {"--restarting", std::to_string(rounds)});
     if (host.Read("serving") != "") Say("the host did not start"), ++hung;
+    host.Read("\n");
     const WideString pipe = ControlPipeName(host.Id);
     std::atomic<bool> done = false;
+    std::atomic<long> opened = 0;
     Crew crew;
     // Each opens the pipe and leaves after as many lines: 0 at once, 1 when greeted, 2 at the server's stop.
     for (const int lines : {1, 1, 0, 2}) {
@@ -142,7 +145,12 @@ void StartsAndStops(const WideString& self, int rounds) {
             while (!done) {
                 OwnedHandle client(
                     CreateFileW(pipe.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-                if (!client || lines == 0) continue;
+                if (!client) {
+                    Sleep(1);  // between two runs of the server
+                    continue;
+                }
+                ++opened;
+                if (lines == 0) continue;
                 WriteBytes(client.Get(), "HELLO passing\n");
                 MarkedReader reader;
                 for (int i = 0; i < lines && !reader.Until("\n", client.Get()).ends_with("<end>"); ++i) {
@@ -156,13 +164,14 @@ void StartsAndStops(const WideString& self, int rounds) {
             while (!done) continue;
         }));
     }
-    const std::string told = host.Read("done\n");
+    const std::string told = host.Read("; done");
     done = true;
     Join(crew, "clients of a host that restarts its server");
     host.Send("\n");
-    const std::string left = host.Read("<no mark>");
+    host.Read("\n");
+    const std::string left = host.Read(". ");
     if (host.WaitForExitCode() != 0) ++hung;
-    Say(told + left);
+    Say(std::to_string(opened) + " connections, " + told + ", " + left);
 }
 
 /// One of many clients.
