@@ -63,15 +63,13 @@ struct Connection : ServerTest {
 TEST_F(Connection, NeedsAnOkToItsGreeting) {
     const std::string endless(1000, 'x'), large(8192, 'y');
     // What the viewer answers to the greeting, in pieces, and its reply to the line that follows when it was accepted.
-    const std::pair<std::vector<std::string>, std::string> rows[] = {
-        {{endless}, ""},
-        {{"O", "K", "\n"}, "reply"},
-        {{"OK\r\nlost\n"}, large},
-        {{"OK\t\n"}, ""},
-        {{"ok\n"}, ""},
-        {{"\n"}, ""},
-        {{"OK"}, ""},
-    };
+    const std::pair<std::vector<std::string>, std::string> rows[] = {{{endless}, ""},
+                                                                     {{"O", "K", "\n"}, "reply"},
+                                                                     {{"OK\r\nlost\n"}, large},
+                                                                     {{"OK\t\n"}, ""},
+                                                                     {{"ok\n"}, ""},
+                                                                     {{"\n"}, ""},
+                                                                     {{"OK"}, ""}};
     CatchTrace();
     for (const auto& row : rows) {
         HANDLE pipe = CreatePipe();
@@ -116,18 +114,16 @@ TEST_F(Connection, OpensOnlyPipesOfThisMachineThatAreFree) {
     const std::filesystem::path file = std::filesystem::absolute("announced.txt");
     std::ofstream(file) << "untouched";
     const std::string path = file.string(), end = NameText.substr(NameText.rfind('\\') + 1);
-    const std::string rows[] = {
-        "\\\\.\\pipe\\x\\..\\" + end,
-        "\\\\.\\pipe\\ . \\" + end,
-        "\\\\.\\pipe\\",
-        "\\\\localhost\\pipe\\" + end,
-        "//./pipe/" + end,
-        path,
-        "\\\\.\\pipe\\..\\" + path,
-        NameText + "0",
-        NameText,
-        "\\\\.\\PIPE\\" + end,
-    };
+    const std::string rows[] = {"\\\\.\\pipe\\x\\..\\" + end,
+                                "\\\\.\\pipe\\ . \\" + end,
+                                "\\\\.\\pipe\\",
+                                "\\\\localhost\\pipe\\" + end,
+                                "//./pipe/" + end,
+                                path,
+                                "\\\\.\\pipe\\..\\" + path,
+                                NameText + "0",
+                                NameText,
+                                "\\\\.\\PIPE\\" + end};
     const OwnedHandle busy(CreatePipe());
     const RawClient client(Name);
     CatchTrace();

@@ -2,8 +2,9 @@
 #include "control/announcement.h"
 #include "host_window.h"
 #include "hostlink/discovery.h"
-#include "mcp/catalogue.h"
 #include "platform/module.h"
+
+#include <regex>
 
 static const WideString LauncherFile = TEXT("./orvane_mcp.exe");
 
@@ -30,11 +31,8 @@ TEST_F(Launcher, TheLauncherAnswersEachMessageInItsOwnFramingUntilItsInputEnds) 
     const std::string framedRefused = "Content-Length: 77\r\n\r\n" + refused;
     const std::pair<std::string, std::string> rows[] = {
         {"", ""},
-        {"\n \n" + ping + "\r\n", refused + "\n"},
         {framedPing + "\r\n" + ping + "\n" + framedPing, framedRefused + refused + "\n" + framedRefused},
         {"Content-Length: 33554432\r\n\r\n" + ping + "\n", ""},
-        {R"({"method":"initialize"})", (head + "null").append(InitializeResultText) + "\n"},
-        {R"({"id":1.5,"method": "tools/list"})", (head + "1.5").append(ToolListResultText) + "\n"},
         {R"({"id":null,"method":"tools/call","params":{"name":"get_net_info","arguments":{"net":"GND"}}})",
          head + R"(null,"result":{"content":[{"type":"text","text":"7:GND"}],"isError":false}})" + "\n"},
     };
@@ -68,11 +66,15 @@ TEST_F(Launcher, TheBridgeFindsAViewerByItselfAndAgainAfterItWasKilled) {
 }
 
 TEST_F(Launcher, AnIdleBridgeFollowsTheViewersAnnouncementAndCutsItsNameToFitTheGreeting) {
-    const std::string parent = "./" + std::string(240, 'p') + ".exe";
+    const std::string parent = "./claude" + std::string(234, 'p') + ".exe";
     std::filesystem::remove(parent);
     std::filesystem::copy_file(ModulePath(nullptr), parent);
-    Start();
+    HostWindow host;
+    Start(host.Handle);
     ChildProcess agent(Utf8ToWide(parent), {"--agent", "pass"});
+    agent.Send(R"({"method":"tools/call","params":{"name":"render_pdf_page_image","page":1}})"
+               "\n");
+    EXPECT_THAT(agent.Read("\n"), testing::HasSubstr("614400")) << "the client's image limit, before it is connected";
     for (const bool announced : {true, false, true}) {
         AnnounceControlServer(announced);
         EXPECT_TRUE(Eventually([&] { return OrvaneMcp_GetClientCount() == announced; })) << announced;
@@ -128,7 +130,9 @@ TEST_F(Launcher, TracesWhatItDoesOnItsErrorOutput) {
                              std::string(491, 'n') + "\xE2\x82\xAC" + std::string(200, 'x') + "\"}}}";
     bridge.Send(call + "\nContent-Length: " + std::to_string(call.size()) + "\n\n" + call);
     bridge.Input.reset();
-    EXPECT_EQ(TraceIn(bridge.Read("<no mark>"), bridge.Id), FileText(ORVANE_TRACES "launcher"));
+    const std::string trace = TraceIn(bridge.Read("<no mark>"), bridge.Id);
+    // The listener may take a moment between two clients.
+    EXPECT_EQ(std::regex_replace(trace, std::regex(".* did not open.*\n"), ""), FileText(ORVANE_TRACES "launcher"));
 }
 
 TEST_F(Launcher, TheCheckTellsHowFarAnAgentsCallsGet) {
@@ -139,10 +143,8 @@ TEST_F(Launcher, TheCheckTellsHowFarAnAgentsCallsGet) {
     };
     using testing::AllOf, testing::EndsWith, testing::HasSubstr;
     EXPECT_THAT(check(), AllOf(HasSubstr("No Orvane is announced"), HasSubstr("Start Orvane."), EndsWith("<end>1")));
-    HostWindow host([](HostCommand& command) -> LRESULT {
-        SetLongReply(command, TEXT("board=\nno net\x1B"));
-        return command.Success = 1;
-    });
+    HostWindow host(
+        [](HostCommand& command) { return SetLongReply(command, TEXT("board=\nno net\x1B")), command.Success = 1; });
     Start(host.Handle);
     const std::string pipe = WideToUtf8(RawClient::OwnPipe());
     EXPECT_THAT(check(),

@@ -200,20 +200,18 @@ TEST_F(ControlServer, AHostsReplyComesFromWhatTheHostLeavesInTheRecord) {
         {1, 1, TEXT("x"), TEXT(""), "OK\tOK"},
         {1, 1, TEXT("x"), WideString{'a', 0xD83D, 0xDE00, 0xD83D, 0, 'b'}, "OK\ta\xF0\x9F\x98\x80\xEF\xBF\xBD"},
     };
-    for (const auto& row : rows) {
-        std::optional<HostWindow> host(std::in_place, [&row](HostCommand& command) {
-            const auto& [success, result, reply, longReply, line] = row;
-            reply.copy(command.Reply, std::size(command.Reply));
-            if (longReply) SetLongReply(command, *longReply);
-            command.Success = success;
-            return result;
-        });
-        Start(host->Handle);
-        const std::uint64_t run = ServerState().ServerRun;
-        EXPECT_EQ(SendHostCommand(HostCommandId_GetNet, "", run), std::get<std::string>(row));
-        EXPECT_EQ(SendHostCommand(HostCommandId_GetNet, "", run - 1), noWindow) << "of a run that is over";
-        host.reset();
-        EXPECT_EQ(SendHostCommand(HostCommandId_GetNet, "", run), noWindow) << "a window that was destroyed";
-        OrvaneMcp_StopControlServer();
-    }
+    auto row = std::begin(rows);
+    std::optional<HostWindow> host(std::in_place, [&row](HostCommand& command) {
+        const auto& [success, result, reply, longReply, line] = *row;
+        reply.copy(command.Reply, std::size(command.Reply));
+        if (longReply) SetLongReply(command, *longReply);
+        command.Success = success;
+        return result;
+    });
+    Start(host->Handle);
+    const std::uint64_t run = ServerState().ServerRun;
+    for (; row != std::end(rows); ++row) EXPECT_EQ(SendHostCommand(7, "", run), std::get<std::string>(*row));
+    EXPECT_EQ(SendHostCommand(7, "", run - 1), noWindow) << "of a run that is over";
+    host.reset();
+    EXPECT_EQ(SendHostCommand(7, "", run), noWindow) << "a window that was destroyed";
 }
