@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-TEST(Catalogue, KeepsItsAsciiWording) {
+TEST(Catalogue, KeepsItsWording) {
     // Agents are steered by these texts, so a change of one must be meant: here is its 64-bit FNV-1a checksum.
     const std::tuple<std::string_view, std::size_t, std::uint64_t> rows[] = {
         {InitializeResultText, 6891, 0xd4976d4c48e007ca},
@@ -11,10 +11,7 @@ TEST(Catalogue, KeepsItsAsciiWording) {
     };
     for (const auto& [text, size, expected] : rows) {
         std::uint64_t checksum = 0xcbf29ce484222325;
-        for (const char byte : text) {
-            EXPECT_TRUE(byte == '\n' ? text == SampleUsageText : byte >= 0x20 && byte < 0x7F && byte != '\\') << text;
-            checksum = (checksum ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
-        }
+        for (const char byte : text) checksum = (checksum ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
         EXPECT_EQ(std::pair(text.size(), checksum), std::pair(size, expected)) << text;
     }
     EXPECT_NE(InitializeResultText.find(R"("version":")" ORVANE_VERSION "\""), std::string_view::npos)

@@ -58,16 +58,11 @@ bool Announced() {
     return !ReadRegistryString(HKEY_CURRENT_USER, Announcement::Key, Announcement::PipeName).empty();
 }
 
-struct Host : ChildProcess {
-    explicit Host(const char* mode) : ChildProcess(ModulePath(nullptr), {"--host", mode}) {
-        EXPECT_EQ(Read("\n"), "serving");
-    }
-};
-
 TEST(LivingInAHost, AHostMayExitOrStopInsideACommandAndFreeTheLibraryAtAnyTime) {
     for (const std::string mode : {"exit", "stop", "free", "stop-free"}) {
         SCOPED_TRACE(mode);
-        Host host(mode.c_str());
+        ChildProcess host(ModulePath(nullptr), {"--host", mode});
+        EXPECT_EQ(host.Read("\n"), "serving");
         EXPECT_TRUE(Announced());
         {
             RawClient idle("idle", ControlPipeName(host.Id)), busy("busy", ControlPipeName(host.Id));
@@ -86,7 +81,10 @@ TEST(LivingInAHost, AHostMayExitOrStopInsideACommandAndFreeTheLibraryAtAnyTime) 
 }
 
 TEST(LivingInAHost, AViewerLeavesTheAnnouncementOfALaterOne) {
-    Host first("exit"), second("free");
+    ChildProcess first(ModulePath(nullptr), {"--host", "exit"});
+    EXPECT_EQ(first.Read("\n"), "serving");
+    ChildProcess second(ModulePath(nullptr), {"--host", "free"});
+    EXPECT_EQ(second.Read("\n"), "serving");
     first.Send("\n");
     EXPECT_EQ(first.WaitForExitCode(), 0u);
     EXPECT_THAT(FindControlPipes(), testing::ElementsAre(ControlPipeName(second.Id)));

@@ -5,7 +5,7 @@ import { execFile, spawn } from "node:child_process";
 import { once } from "node:events";
 import { readFileSync } from "node:fs";
 import { resolve } from "node:path";
-import { after, before, test } from "node:test";
+import { after, test } from "node:test";
 import { promisify } from "node:util";
 
 import { Client } from "@modelcontextprotocol/sdk/client/index.js";
@@ -15,21 +15,17 @@ import { Ajv } from "ajv";
 const toolCount = readFileSync("docs/tools.md", "utf8").match(/^\| \[`/gm).length;
 const options = { timeout: 180000 }; // milliseconds, against a hang alone
 const client = new Client({ name: "orvane-client-tests", version: "1.0.0" });
-let viewer;
 
 function commandLine(program) {
   const [command, ...args] = [process.env.ORVANE_RUNNER, resolve(process.env.ORVANE_PROGRAMS, program)].filter(Boolean);
   return { command, args };
 }
 
-before(async () => {
-  const { command, args } = commandLine("Orvane.exe");
-  viewer = spawn(command, [...args, "demo/demo_board.orv"], { stdio: ["ignore", "pipe", "inherit"], ...options });
-  const [line] = await once(viewer.stdout, "data");
-  assert.match(String(line), /^serving /);
-  viewer.stdout.resume();
-  await client.connect(new StdioClientTransport({ ...commandLine("orvane_mcp.exe"), env: process.env }));
-});
+const { command, args } = commandLine("Orvane.exe");
+const viewer = spawn(command, [...args, "demo/demo_board.orv"], { stdio: ["ignore", "pipe", "inherit"], ...options });
+assert.match(String((await once(viewer.stdout, "data"))[0]), /^serving /);
+viewer.stdout.resume();
+await client.connect(new StdioClientTransport({ ...commandLine("orvane_mcp.exe"), env: process.env }));
 // A child process left over would keep this one alive.
 after(() => Promise.allSettled([client.close(), viewer.kill("SIGKILL") && once(viewer, "exit")]));
 
