@@ -1,7 +1,6 @@
 /// The functions of user32 and ole32 that only the control server calls. A viewer has both loaded anyway; importing
 /// them would cost the bridge twenty milliseconds and a megabyte at each start. So each is looked up when it is first
-/// called. Call sites are unchanged: the compiler calls through the pointers below, as if an import library defined
-/// them.
+/// called. Call sites don't change: the compiler calls through these pointers, as if an import library defined them.
 
 #if defined(_WIN32)
 
