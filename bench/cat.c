@@ -1,4 +1,4 @@
-/* cat for Windows: what comes in goes out, in pieces as large as the system's cat takes them elsewhere. */
+/* cat for Windows: copies its input to its output, in pieces as large as those of the system's cat elsewhere. */
 #include <stdio.h>
 #ifdef _WIN32
 #include <fcntl.h>

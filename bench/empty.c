@@ -1,4 +1,4 @@
-/* What any program costs: says that it runs, then waits for its input's end. */
+/* What any program costs: prints a line, then waits for the end of its input. */
 #include <stdio.h>
 
 int main(void) {

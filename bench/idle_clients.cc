@@ -1,5 +1,5 @@
-/// Connects to a control pipe many times over, greets, says how many it is, and stays silent until its input ends.
-/// Arguments: the pipe's name, and how many.
+/// Connects to a control pipe many times, greets each time, prints the number, and stays silent until its input ends.
+/// Arguments: the pipe's name and the number of connections.
 
 #include "platform/owned.h"
 #include "protocol/control_protocol.h"
@@ -11,7 +11,7 @@
 
 namespace {
 
-/// Opens the pipe as soon as the server has an instance free.
+/// Opens the pipe as soon as the server has a free instance.
 OwnedHandle OpenPipe(const WideString& name) {
     constexpr DWORD pause = 5;
     for (;;) {

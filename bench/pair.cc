@@ -1,8 +1,9 @@
-/// The plain pair: the least that two programs can do to pass bytes on through a named pipe. With PLAIN_SOCKET the pipe
-/// is a socket with the buffer that the stand-in gives its pipes, without the stand-in's calls.
+/// The plain pair: the least that two programs can do to pass bytes through a named pipe. With PLAIN_SOCKET the pipe is
+/// a socket with the same buffer size as the stand-in's pipes, without the stand-in's calls.
 ///
-/// bench_pair write NAME          serves one reader: for each number that comes, says "asked" and writes so many bytes
-/// bench_pair read NAME PIECE     hands each number on, takes the bytes in pieces of PIECE, writes them out in one go
+/// bench_pair write NAME          serves one reader: for each number that comes, prints "asked" and writes as many
+/// bytes bench_pair read NAME PIECE     passes each number on, reads the bytes in pieces of PIECE, prints them in one
+/// go
 
 #include <cstdio>
 #include <cstdlib>
@@ -56,7 +57,7 @@ static Pipe WithSmallBuffer(int socket) {
     return socket;
 }
 
-/// A socket at a name that needs no file.
+/// A socket with an abstract name, which needs no file.
 static Pipe SocketAt(const char* name, int (*attach)(int, const sockaddr*, socklen_t)) {
     const Pipe made = WithSmallBuffer(socket(AF_UNIX, SOCK_STREAM, 0));
     sockaddr_un address{};

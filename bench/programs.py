@@ -1,4 +1,4 @@
-"""Programs under measurement: started with pipes, asked one thing at a time, and looked at through /proc."""
+"""The programs that are measured: started with pipes, asked one thing at a time, observed through /proc."""
 import atexit
 import os
 import re
@@ -26,7 +26,7 @@ def cpu_seconds(pid):
 
 
 def wine_server():
-    """The process id of the server of this Wine prefix. It works in a directory named after the prefix."""
+    """The process id of this Wine prefix's server, whose working directory is named after the prefix."""
     prefix = os.stat(os.environ["WINEPREFIX"])
     directory = f"server-{prefix.st_dev:x}-{prefix.st_ino:x}"
     for process in Path("/proc").glob("[0-9]*"):
@@ -35,17 +35,17 @@ def wine_server():
                 return int(process.name)
         except OSError:
             pass  # it has ended, or is another user's
-    raise SystemExit("bench: no server of Wine runs")
+    raise SystemExit("bench: Wine's server is not running")
 
 
 class Program:
-    """A child process. All programs of ours end with their input; servers from elsewhere, which may not, are killed."""
+    """A child process. Our own programs end with their input; third-party servers, which may not, are killed."""
 
     def __init__(self, *command, stdin=subprocess.PIPE, stdout=subprocess.PIPE):
         self.command = [str(word) for word in command]
         with ERRORS.open("ab") as errors:
             self.process = subprocess.Popen(self.command, bufsize=0, stdin=stdin, stdout=stdout, stderr=errors)
-        atexit.register(self.process.kill)  # whatever happens; nothing for one that has ended
+        atexit.register(self.process.kill)  # whatever happens; does nothing if it has ended
         self.pid = self.process.pid
         self.input = self.process.stdin and self.process.stdin.fileno()
         self.output = self.process.stdout and self.process.stdout.fileno()
@@ -73,19 +73,19 @@ class Program:
         return data
 
     def line(self):
-        """Everything up to a line end that nothing follows."""
+        """Reads until what has arrived ends with a line feed."""
         data = self.read()
         while not data.endswith(b"\n"):
             data += self.read()
         return data
 
     def ask(self, message):
-        """A short message and its one line of an answer."""
+        """Sends a short message and returns its answer, one line."""
         os.write(self.input, message)
         return self.line()
 
-    def ask_largely(self, message, answer_bytes):
-        """A message of any size and so many bytes of an answer. Both at once, so that neither side waits for ever."""
+    def ask_large(self, message, answer_bytes):
+        """Sends a message of any size while reading an answer of this size, so that neither side blocks forever."""
         sender = threading.Thread(target=self._send_all, args=(message,))
         sender.start()
         while answer_bytes > 0:
@@ -106,7 +106,7 @@ class Program:
         return sum(int(size) * 1024 for size in re.findall(r"^Private_\w+: +(\d+) kB", text, re.M))
 
     def memory(self, line):
-        """A line of the process's status, in bytes: VmRSS is what it has, VmHWM the most since reset_peak."""
+        """A line of the process's status, in bytes: VmRSS is its memory now, VmHWM the peak since reset_peak."""
         return int(re.search(rf"^{line}:\s+(\d+) kB", Path(f"/proc/{self.pid}/status").read_text(), re.M)[1]) * 1024
 
     def reset_peak(self):
@@ -142,8 +142,8 @@ class Crowd:
 
 
 class OneCore:
-    """What is started inside shares one core with the bench: waking another core can take longer than all that two
-    programs do for a message."""
+    """Programs started inside share one core with the bench: waking another core can take longer than all the work
+    that two programs do for a message."""
 
     def __enter__(self):
         self.before = os.sched_getaffinity(0)

@@ -1,4 +1,4 @@
-"""Figures, tables and charts of docs/performance.md."""
+"""Figures, tables and charts for docs/performance.md."""
 import math
 import re
 import statistics
@@ -16,7 +16,7 @@ def short(number):
 
 
 class Figure:
-    """One thing measured several times: its median, and from the least to the most."""
+    """One thing measured several times: its median, lowest and highest value."""
 
     def __init__(self, values):
         self.values = list(values)
@@ -30,7 +30,7 @@ class Figure:
         return Figure(value * factor for value in self.values)
 
     def over(self, other):
-        """The ratio of what was measured side by side, run by run."""
+        """The ratio of two figures measured side by side, run by run."""
         return Figure(own / its for own, its in zip(self.values, other.values))
 
     def above(self, other):
@@ -38,7 +38,7 @@ class Figure:
 
 
 def verdict(figure, limit, at_most=True):
-    """What is wanted of a figure, and whether its median, as it is shown, gets there."""
+    """The target for a figure, and whether its median, as shown, meets it."""
     median = float(short(figure.median).replace(",", ""))
     met = median <= limit if at_most else median >= limit
     return f"{'at most' if at_most else 'at least'} {short(limit)}: {'yes' if met else '**no**'}"
@@ -53,8 +53,8 @@ COLOURS = ("#b5541c", "#2b6cb0", "#2f855a")
 
 
 def chart(title, places, lines):
-    """An SVG: a line for each name through the figures at these places, both axes from zero to scale, so that what grows
-    evenly is straight. Bars go from least to most; one that is far longer than the rest is cut off."""
+    """An SVG with a line for each name through its figures at these places. Both axes are linear and start at zero, so
+    linear growth is a straight line. Bars show lowest to highest; one that is far longer than the rest is cut off."""
     width, height, left, right, top, bottom = 480, 220, 56, 120, 34, 32
     measured = [figure for figures in lines.values() for figure in figures]
     highest = min(max(figure.most for figure in measured), 2 * max(figure.median for figure in measured)) or 1
@@ -71,7 +71,7 @@ def chart(title, places, lines):
         y = along(index * step)
         parts.append(f'<path d="M{left} {y:.1f}H{width - right}" stroke="#ddd"/>'
                      f'<text x="{left - 6}" y="{y + 4:.1f}" text-anchor="end">{index * step:g}</text>')
-    free = -math.inf  # the first pixel that no label covers yet
+    free = -math.inf  # the first pixel not yet covered by a label
     for place in places:
         if across(place) - 10 >= free:
             parts.append(f'<text x="{across(place):.1f}" y="{height - 12}" text-anchor="middle">{place}</text>')
@@ -85,14 +85,14 @@ def chart(title, places, lines):
                                for (x, _), figure in zip(points, figures)) + '"/></g>')
         ends.append((points[-1][1], colour, name))
     lowest = -math.inf
-    for index, (y, colour, name) in enumerate(sorted(ends)):  # names keep clear of one another and of the labels
+    for index, (y, colour, name) in enumerate(sorted(ends)):  # keep names off one another and off the labels
         lowest = max(min(y, along(0) - 13 * (len(ends) - 1 - index)), lowest + 13)
         parts.append(f'<text x="{width - right + 8}" y="{lowest + 4:.1f}" fill="{colour}">{name}</text>')
     return "\n".join(parts + ["</svg>", ""])
 
 
 def write_page(page, sections):
-    """Replaces what is between the page's markers: each section has a name and a text."""
+    """Replaces the text between the page's markers: `sections` has a text for each marker's name."""
     text = page.read_text()
     for name, content in sections.items():
         pattern = rf"(<!-- {name} -->\n).*?(<!-- end -->)"

@@ -1,6 +1,6 @@
-/// A viewer that answers at once. A net called "image 614400" is answered with a picture of so many bytes, "text
-/// 614400" with so much text, anything else with "OK". Prints the pipe's name, then "asked" for each command that its
-/// window gets. Ends with its input.
+/// A viewer that answers at once. A net called "image 614400" is answered with a picture of that many bytes, "text
+/// 614400" with that much text, anything else with "OK". Prints the pipe's name, then "asked" for each command that its
+/// window receives. Ends with its input.
 
 #include "api/exports.h"
 #include "platform/platform.h"
@@ -28,7 +28,7 @@ WideString MakeReply(const std::string& net) {
 }
 
 LRESULT CALLBACK AnswerMessage(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
-    static std::map<WideString, WideString> replies;  // made once, so that making them is in no figure
+    static std::map<WideString, WideString> replies;  // built once, so that no figure includes building them
     if (message == WM_CLOSE) return DestroyWindow(window);
     if (message == WM_DESTROY) PostQuitMessage(0);
     if (message != HostCommandMessage) return DefWindowProcW(window, message, wParam, lParam);

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""bundle_manifest.py VERSION TOOLS FILE: writes the manifest of the Claude Desktop bundle. The tools that Claude shows
-before it installs the bundle are those of the table in TOOLS, docs/tools.md, which is tested against the catalogue."""
+"""bundle_manifest.py VERSION TOOLS FILE: writes the manifest of the Claude Desktop bundle. Claude shows a list of tools
+before it installs the bundle; it comes from the table in TOOLS, docs/tools.md, which is tested against the catalogue."""
 import json
 import pathlib
 import re

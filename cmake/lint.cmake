@@ -1,4 +1,4 @@
-# The linters as tests, one for each file, so that they run side by side and a finding names its file.
+# The linters as tests, one for each file, so that they run in parallel and a failure names its file.
 orvane_test(format lint 60
             sh -c "git ls-files '*.cc' '*.h' '*.c' | xargs clang-format --dry-run --Werror")
 foreach(source ${core} launcher/main.cc)

@@ -1,8 +1,8 @@
-# Writes the notices of the runtime code that is linked into the Windows files, taken from the installed packages:
+# Writes the notices of the runtime code that is linked into the Windows files, as the installed packages state them:
 #   cmake -DOUTPUT=FILE -P cmake/notice.cmake
 set(gcc /usr/share/doc/gcc-mingw-w64-base/copyright)
 set(mingw /usr/share/doc/mingw-w64-x86-64-dev/copyright)
-# libstdc++ came from two older libraries, and the notices of both are in its headers.
+# libstdc++ grew out of two older libraries; its headers have the notices of both.
 file(GLOB vector LIST_DIRECTORIES FALSE /usr/lib/gcc/x86_64-w64-mingw32/*-posix/include/c++/bits/stl_vector.h)
 foreach(file IN ITEMS "${gcc}" "${mingw}" "${vector}")
   if(NOT EXISTS "${file}")
@@ -10,10 +10,10 @@ foreach(file IN ITEMS "${gcc}" "${mingw}" "${vector}")
   endif()
 endforeach()
 if(NOT OUTPUT)
-  message(FATAL_ERROR "say where to write: -DOUTPUT=FILE")
+  message(FATAL_ERROR "name the file to write: -DOUTPUT=FILE")
 endif()
 
-# The text from `first` up to `end`. The packages' files must hold both, or a notice would be lost silently.
+# The text from `first` up to `end`. Both must be in the packages' files, or a notice would be lost silently.
 function(take_between text first end result)
   string(FIND "${text}" "${first}" from)
   if(from GREATER_EQUAL 0)
@@ -28,7 +28,7 @@ function(take_between text first end result)
   set(${result} "${text}" PARENT_SCOPE)
 endfunction()
 
-# No list operation may see the texts: they have semicolons and brackets.
+# Never treat the texts as lists: they contain semicolons and brackets.
 file(READ "${gcc}" text)
 take_between("${text}" "GCC RUNTIME LIBRARY EXCEPTION\n" "\nlibquadmath/" exception)
 
@@ -36,8 +36,8 @@ file(READ "${vector}" text)
 take_between("${text}" "\n * Copyright (c) 1994" "\n */" origins)
 string(REGEX REPLACE "(^|\n) ?\\* ?" "\\1" origins "${origins}")
 
-# The paragraphs of what is compiled into the runtime: not headers for other interfaces, tools, profilers or tests, and
-# not what is in the public domain, which asks for nothing.
+# Keeps the paragraphs about code that is compiled into the runtime: not headers for other interfaces, tools, profilers
+# or tests, and nothing in the public domain, which requires no notice.
 file(READ "${mingw}" text)
 string(REPLACE "\t" "        " text "${text}")
 string(APPEND text "\n\n")
@@ -68,8 +68,8 @@ endforeach()
 
 string(REPEAT "=" 100 line)
 file(WRITE "${OUTPUT}" "\
-orvane_mcp.dll and orvane_mcp.exe hold runtime code of the tools that they were built with. This file has what its
-licences ask binaries to carry.
+orvane_mcp.dll and orvane_mcp.exe contain runtime code of the tools that they were built with. This file has the
+notices that the licences of that code require.
 
 ${line}
 GCC's libraries: libstdc++ and libgcc

@@ -1,22 +1,22 @@
-# What makes the Windows lane's files fit to be shipped.
+# Makes the Windows lane's files ready to ship.
 
-# The same commit gives the same bytes wherever it is built: neither a file nor its symbols hold the build's paths. Symbols
-# hold the compiler's and the linker's command lines, so that all paths in those are relative to the build's folder.
+# The same commit builds to the same bytes anywhere: neither the files nor their symbols contain the build's paths.
+# Symbols contain the command lines of compiler and linker, so all paths in those are relative to the build folder.
 file(RELATIVE_PATH relative_out "${CMAKE_BINARY_DIR}" "${ORVANE_OUT}")
 file(RELATIVE_PATH relative_source "${CMAKE_BINARY_DIR}" "${CMAKE_SOURCE_DIR}")
 string(REGEX REPLACE "/$" "" relative_source "${relative_source}")
 set_property(GLOBAL PROPERTY RULE_LAUNCH_COMPILE
              "${CMAKE_SOURCE_DIR}/cmake/relative ${CMAKE_SOURCE_DIR} ${relative_source}")
-# Colours are asked for because on a terminal and under ccache the compiler gets that option anyway; Ninja strips them.
+# Always ask for colours: on a terminal and under ccache the compiler gets that option anyway. Ninja strips them.
 add_library(orvane_release_flags INTERFACE)
 target_compile_options(orvane_release_flags INTERFACE
   $<$<COMPILE_LANGUAGE:C,CXX>:-ffile-compilation-dir=. -ffile-prefix-map=${relative_source}=. -fcolor-diagnostics>)
-# One runtime inside each file, so that a host needs nothing beside the DLL.
+# Each file contains the runtime, so a host needs nothing but the DLL.
 target_link_options(orvane_release_flags INTERFACE
   -static -Wl,--gc-sections -Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
 
-# orvane_finish(TARGET FILE): links into the build's own folder, with symbols in FILE.pdb beside what goes out. The
-# runtime's objects bring symbols in another format, which nobody reads: the copy that goes out is without them.
+# orvane_finish(TARGET FILE): links in the build folder, then puts a stripped copy into the output folder, with its
+# symbols in FILE.pdb beside it. Stripping removes the symbols of the runtime's objects, which are in a useless format.
 function(orvane_finish target file)
   set_target_properties(${target} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/linked" ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/linked")
@@ -34,14 +34,14 @@ function(orvane_version target file type description)
   target_sources(${target} PRIVATE "${resource}")
 endfunction()
 
-# Completes what was built, and says what the package holds.
+# Finishes the files that were built, and lists what the package contains.
 function(orvane_release)
   set(definitions src/api/orvane_mcp.def)
   set_target_properties(orvane_mcp PROPERTIES PREFIX "" LINK_DEPENDS "${CMAKE_SOURCE_DIR}/${definitions}")
   target_link_options(orvane_mcp PRIVATE ${relative_source}/${definitions})
   orvane_version(orvane_mcp orvane_mcp.dll VFT_DLL "Orvane MCP library")
   orvane_version(launcher orvane_mcp.exe VFT_APP "Orvane MCP server")
-  # Not for the tests: clang's symbols for an emulated thread-local variable name what doesn't exist.
+  # Not for the tests: clang's symbols for an emulated thread-local variable refer to something that doesn't exist.
   foreach(target orvane_core launcher viewer)
     target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:C,CXX>:-g -gcodeview>)
   endforeach()
@@ -49,7 +49,7 @@ function(orvane_release)
   orvane_finish(launcher orvane_mcp.exe)
   orvane_finish(viewer Orvane.exe)
 
-  # The import library for Microsoft's linker. GNU's linker takes the one that ours makes.
+  # The import library for Microsoft's linker. GNU's linker uses the one that lld writes.
   set(import_library "${CMAKE_BINARY_DIR}/linked/orvane_mcp.lib")
   add_custom_command(OUTPUT "${import_library}" DEPENDS ${definitions} WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}" VERBATIM
     COMMAND llvm-dlltool -m i386:x86-64 -D orvane_mcp.dll -d ${definitions} -l "${import_library}")
@@ -69,8 +69,8 @@ function(orvane_release)
   install(FILES "${CMAKE_CURRENT_BINARY_DIR}/package-readme.txt" DESTINATION . RENAME README)
   install(FILES CHANGELOG.md SECURITY.md "${CMAKE_CURRENT_BINARY_DIR}/NOTICE" DESTINATION .)
 
-  # out/NAME-win64.zip for whoever ships a viewer, unpacked in out/package, and out/NAME.mcpb for Claude Desktop,
-  # unpacked in out/bundle.
+  # out/NAME-win64.zip for vendors of viewers, unpacked in out/package; out/NAME.mcpb for Claude Desktop, unpacked in
+  # out/bundle.
   set(name "orvane-mcp-${PROJECT_VERSION}")
   set(out "${CMAKE_SOURCE_DIR}/out")
   set(root "${out}/package/${name}-win64")

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""zip.py FOLDER FILE: packs what is in a folder. The same content gives the same bytes: neither times, rights nor the
-order of the system's listing get in."""
+"""zip.py FOLDER FILE: packs the contents of a folder. The same contents make the same bytes: times, permissions and the
+order in which the system lists files don't matter."""
 import pathlib
 import sys
 import zipfile

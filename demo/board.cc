@@ -19,11 +19,11 @@ struct Canvas {
     Box area;
     double scale;  ///< pixels per point
     int width = int((area[Right] - area[Left]) * scale), height = int((area[Bottom] - area[Top]) * scale);
-    double painted = 0;  ///< pixels, those painted over included
+    double painted = 0;  ///< pixels, including those painted over
     std::vector<std::uint8_t> pixels = std::vector<std::uint8_t>(static_cast<std::size_t>(width * height) * 3, 252);
 };
 
-/// Paints a box of the page, as far as it lies in the picture.
+/// Paints a box of the page, clipped to the picture.
 void Paint(Canvas& canvas, Box box, const Colour& colour) {
     for (std::size_t edge = 0; edge < 4; ++edge) {
         const double pixels = (box[edge] - canvas.area[edge % 2]) * canvas.scale;
@@ -36,7 +36,7 @@ void Paint(Canvas& canvas, Box box, const Colour& colour) {
             std::ranges::copy(colour, &canvas.pixels[static_cast<std::size_t>(y * canvas.width + x) * 3]);
 }
 
-/// A word at its place, in the letters that the font has. Very long ones are cut.
+/// A word at its place, with letters that the font lacks replaced. Very long words are cut.
 Word WordAt(double left, double top, const std::string& text) {
     std::string letters = text.substr(0, 200);
     for (char& letter : letters) letter = letter < ' ' || letter > '~' ? '?' : letter;
@@ -52,14 +52,14 @@ void Write(Canvas& canvas, Word word, const Colour& colour) {
         Paint(canvas, {at[0], at[1], at[8], at[9]}, colour);
 }
 
-/// Where a record's box is on a page. A damaged file's numbers are kept within reason.
+/// Where a record's box is on a page. Clamps the numbers of a damaged file.
 Box OnPage(const json& millimetres) {
     Box box = millimetres.get<Box>();
     for (double& edge : box) edge = BoardMargin + std::clamp(edge, -FarthestPlace, FarthestPlace) * PointsPerMillimetre;
     return box;
 }
 
-/// The name of a part in the middle of its body.
+/// The name of a part, centred on its body.
 Word LabelOf(const json& part) {
     const Box body = OnPage(part.at("body")), label = WordAt(0, 0, part.at("name")).box;
     return WordAt(std::round((body[Left] + body[Right] - label[Right]) / 2),
@@ -78,14 +78,14 @@ void DrawPart(Canvas& canvas, const json& part, bool chosen, const std::string& 
 }  // namespace
 
 Viewer OpenBoard(const fs::path& file) try {
-    // What the file left out becomes empty, a text becomes one line. A value of another type throws.
+    // What the file leaves out becomes empty, and each text one line. A value of the wrong type throws.
     const auto complete = [](json& record, const Strings& texts, const char* box = nullptr) {
         for (const std::string& key : texts) record[key] = OneLine(record.value(key, ""));
         if (box) record[box] = record.value(box, Box{});
     };
     Viewer viewer;
     viewer.boardPath = (fs::current_path() / file).lexically_normal();
-    // What is nested deeper than a pad's numbers is dropped: deep nesting could exhaust the stack.
+    // Drop what is nested deeper than a pad's numbers: deep nesting could exhaust the stack.
     const auto isShallow = [](int depth, json::parse_event_t, json&) { return depth < 8; };
     json& board = viewer.board = json::parse(LoadBytes(viewer.boardPath), isShallow);
     complete(board, {"name", "schematic"});

@@ -23,8 +23,8 @@ std::size_t Number(const Fields& fields, const char* name) {
     return std::stoull(text);
 }
 
-/// The file that an argument names. An agent may have its arguments from a hostile document, so commands reach only
-/// files with this extension directly in the board's folder, and never overwrite one.
+/// The file that an argument names. An agent's arguments may come from a hostile document, so commands reach only files
+/// with this extension directly in the board's folder, and never overwrite one.
 fs::path FileBesideBoard(const Viewer& viewer, const std::string& name, std::string extension, bool isNew = false) {
     const fs::path folder = viewer.boardPath.parent_path(), path = (folder / PathOf(name)).lexically_normal();
     // A colon would name a stream of another file.
@@ -39,7 +39,7 @@ fs::path FileBesideBoard(const Viewer& viewer, const std::string& name, std::str
     return path;
 }
 
-/// The record of a list with this name; null when there is none.
+/// The record with this name in a list; null if there is none.
 json* Find(json& list, const std::string& name) {
     const auto record = std::ranges::find_if(list, [&](const json& some) { return Is(some, "name", name); });
     return record == list.end() ? nullptr : &*record;
@@ -57,7 +57,7 @@ std::string SelectionEntries(Viewer& viewer) {
            Entry("selected_pin", viewer.selectedPin) + Entry("selected_net", viewer.selectedNet);
 }
 
-/// Selects, and replies in the words that tell an agent that it has nothing more to do.
+/// Selects, and replies with the words that tell an agent to stop.
 std::string Select(Viewer& viewer, json refdes, json pin, json net, const std::string& details = {}) {
     viewer.selectedRefdes = refdes, viewer.selectedPin = pin, viewer.selectedNet = net;
     return "ORVANE_FINAL selected=true stop=true no_followup_tools=true\n" + SelectionEntries(viewer) + details +
@@ -130,13 +130,13 @@ std::string FindComponents(Viewer& viewer, Fields& fields) {
     fields["query"] = Joined(words, " ");
     const std::vector<json*> found = FindParts(viewer.board, fields["query"]);
     if (found.empty()) return "ORVANE_NO_LOCAL_CANDIDATE\n" + Entry("nothing_matches", fields["query"]);
-    // Whoever asks for a charger means the chip, not the coil beside it.
+    // The charger is the chip, not the coil beside it.
     json& best = **std::ranges::max_element(found, {}, [](json* part) { return (*part)["pins"].size(); });
     return Select(viewer, best["name"], "", "",
                   Entry("shown_in_find_parts", fields.contains("SHOW_UI")) + ListComponents(viewer, fields));
 }
 
-/// Makes the edits in a part or a net, all or none. A new name must be free; the selection and the pins follow it.
+/// Makes the edits in a part or a net, all or none. A new name must be free; the selection and the pins take it on.
 std::string Update(Viewer& viewer, Fields& fields) {
     // The tools' names for the texts of a record, where they differ from the record's own.
     static const Fields keys{{"new_refdes", "name"}, {"new_name", "name"}, {"description", "info"}, {"value", "info"}};
@@ -161,7 +161,7 @@ std::string Update(Viewer& viewer, Fields& fields) {
     return isNet ? "NET_UPDATED\n" + GetNet(viewer, fields) : "COMPONENT_UPDATED\n" + GetComponent(viewer, fields);
 }
 
-/// The file is read only if the command itself brings no updates. All updates are made or none.
+/// Reads the file only if the command itself has no updates. Makes all updates or none.
 std::string BulkUpdateComponents(Viewer& viewer, Fields& fields) try {
     json updates = json::parse(fields["updates"].empty() ? "null" : fields["updates"]);
     if (updates.empty() && !fields["updates_path"].empty())
@@ -191,8 +191,8 @@ std::string ExportOrv(Viewer& viewer, Fields& fields) {
     return "ORV_EXPORTED\n" + Entry("exported_path", PathText(path));
 }
 
-/// Searches the board and drawing files beside the board: their names or, if the command has a file type, what is in
-/// them, which is the parts of a board and the lines of a drawing set. The tools know drawing sets as PDFs.
+/// Searches the board and drawing files beside the board: their names or, if the command has a file type, their
+/// contents: the parts of a board, the lines of a drawing set. The tools call a drawing set a PDF.
 std::string Search(Viewer& viewer, Fields& fields) {
     const bool inside = fields.contains("file_type");
     const std::string file = PathText(PathOf(fields["file_path"]).filename()), query = fields["query"];
@@ -287,7 +287,7 @@ std::string GetPdfPageContext(Viewer& viewer, Fields& fields) {
     const std::string chosen = Find(viewer.board["components"], query) ? query : viewer.selectedRefdes;
     const Box area = fields["image_mode"] == "page" || hits.empty() ? WholePage : Grown(hits[0], radius);
     const std::string png = DrawPage(viewer, page, area, chosen, Number(fields, "byte_limit"));
-    // In a folder of this viewer's own, under a name that nobody could guess and take first.
+    // In a folder of this viewer's own, with a name that no one can guess and take first.
     static const fs::path folder = fs::temp_directory_path() / ("orvane_" + std::to_string(std::random_device()()));
     static const bool isOurs = fs::create_directory(folder);
     if (!isOurs) throw Refusal("There is no folder for pictures.");
@@ -344,10 +344,10 @@ constexpr CommandRow Commands[] = {
      "field skip_missing dry_run updates updates_path"},
 };
 
-/// The fields of a command's text: those with a place, then pairs of a name and a value.
+/// The fields of a command's text: the positional ones, then pairs of a name and a value.
 Fields ReadFields(const CommandRow& row, const std::string& text) {
     Strings names = SplitAt(row.fields, ' '), values = SplitAt(text, '\t');
-    if (row.run == FindComponents && values.size() > 1) names.insert(names.begin(), "SHOW_UI");  // a mark before it
+    if (row.run == FindComponents && values.size() > 1) names.insert(names.begin(), "SHOW_UI");  // before the query
     if (values.size() < names.size()) throw Refusal("The command needs more fields.");
     Fields fields;
     for (std::size_t i = 0; i < names.size(); ++i) fields[names[i]] = values[i];

@@ -14,12 +14,12 @@ Viewer viewer;
 std::string shownClients;
 std::atomic<HWND> host{nullptr};  ///< the window that answers commands
 
-/// Tells who is connected when that has changed since the last look.
+/// Prints who is connected if that has changed since the last check.
 void CheckClients() {
     std::string clients;
     ClientInfo info{};
     info.Size = sizeof info;
-    // A client that leaves in between ends the loop early; the next look sees the others.
+    // A client that leaves meanwhile ends the loop early; the next check sees the others.
     for (std::int32_t i = 0; OrvaneMcp_GetClientInfo(i, &info); ++i)
         clients += (i == 0 ? "" : "; ") + OneLine(FromWide(info.DisplayName)) + ", since " + FromWide(info.ConnectedAt);
     if (clients != shownClients) std::cout << (clients.empty() ? "no clients" : "clients: " + clients) << std::endl;
@@ -29,7 +29,7 @@ void CheckClients() {
 LRESULT CALLBACK AnswerMessage(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
         case HostCommandMessage: {
-            // The record is the library's and lives on another thread's stack, which waits for this call to return.
+            // The record is the library's, on the stack of a thread that waits for this call to return.
             HostCommand& command = *reinterpret_cast<HostCommand*>(lParam);
             if (command.Size < sizeof command) return 0;
             CheckClients();
@@ -48,7 +48,7 @@ std::string StartServer(HWND window) {
     info.HostWindowHandle = window;
     OrvaneMcpChar pipe[256]{}, reason[256]{};
     const bool started = OrvaneMcp_StartControlServer(&info) && OrvaneMcp_GetPipeName(pipe, 256);
-    // The listener makes the pipe a moment after the start, or leaves an error.
+    // The listener creates the pipe a moment after the start, or leaves an error.
     for (; !OrvaneMcp_GetLastError(reason, 256) && started; Sleep(1))
         if (WaitNamedPipeW(pipe, 1)) return FromWide(pipe);
     OrvaneMcp_StopControlServer();
@@ -64,10 +64,10 @@ int main(int argc, char** argv) try {
     type.lpfnWndProc = AnswerMessage;
     type.lpszClassName = TEXT("OrvaneDemoViewer");
     RegisterClassW(&type);
-    // For messages only; a viewer with a face would give its main window.
+    // A message-only window; a viewer with a user interface would pass its main window.
     host = CreateWindowExW(0, type.lpszClassName, nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
     if (!host) throw Refusal("The window can't be created.");
-    // Ctrl+C arrives on a thread of the system's; the window's thread shuts down.
+    // Ctrl+C arrives on one of the system's threads; the window's thread does the shutdown.
     SetConsoleCtrlHandler([](DWORD) -> BOOL { return PostMessageW(host, WM_CLOSE, 0, 0); }, TRUE);
     const std::string pipeName = StartServer(host);
     const std::jthread reminder([](std::stop_token stop) {

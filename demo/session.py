@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Plays an agent: starts the demo viewer and the bridge, asks questions, calls every tool and checks each answer.
 
-Other scripts import the client half (Program to close). The rest prints the session as a transcript and exits with 0
+Other scripts import the client half (Program to close). The rest prints a transcript of the session and exits with 0
 only if every listed tool was called and every answer was as expected.
 """
 import argparse
@@ -106,7 +106,7 @@ def save_picture(image, path):
 
 
 def close(client):
-    """Ends the bridge's input and returns its exit status."""
+    """Closes the bridge's input and returns its exit status."""
     client.process.stdin.close()
     return client.process.wait(PATIENCE)
 
@@ -229,7 +229,7 @@ def prepare(out):
     pathlib.Path(out, LINK).symlink_to("/etc/hostname")
 
 
-# ---- The play --------------------------------------------------------------------------------------------------------
+# ---- The session -----------------------------------------------------------------------------------------------------
 
 def paint(text, code):
     return f"\033[{code}m{text}\033[0m" if sys.stdout.isatty() else text
@@ -305,7 +305,7 @@ def play(session):
 
 
 def play_hostile(session, hostile_calls):
-    """Has the agent make calls that mean harm. No file that was there before may change."""
+    """Has the agent make harmful calls. No file that existed before may change."""
     print()
     tell("you", "(What a hostile board or document might make an agent do, and how the viewer responds.)", "1;35")
     before = {file: file.read_bytes() for file in pathlib.Path(session.out).iterdir() if file.suffix != ".png"}
@@ -317,7 +317,7 @@ def play_hostile(session, hostile_calls):
 
 
 def words_of(command):
-    """A command given as several words, or as one that holds them all."""
+    """The words of a command, given one by one or all in one string."""
     return shlex.split(command[0]) if len(command) == 1 else command
 
 
@@ -356,7 +356,7 @@ def main():
     out = pathlib.Path(os.path.relpath(options.out)).as_posix()
     copy_board(board, out)
     prepare(out)
-    # Keeps clear of a viewer that the user may have open. Only the native build looks at this.
+    # Keeps away from a viewer that the user may have open. Only the native build looks at this.
     scratch = tempfile.TemporaryDirectory(prefix="orvane_demo_")
     os.environ.setdefault("ORVANE_STANDIN_DIR", scratch.name)
 
@@ -368,7 +368,7 @@ def main():
         tell("viewer", line, "32")
         session.client = client = start(launcher_words)
         play(session)
-        # Wine presents a link as its target.
+        # Under Wine, a link looks like its target.
         play_hostile(session, HOSTILE_CALLS if native else [row for row in HOSTILE_CALLS if LINK not in row[1].values()])
         print()
         status = close(client)

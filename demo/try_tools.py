@@ -19,7 +19,7 @@ help lists the tools, help TOOL describes one, quit ends the session."""
 
 
 def example_of(name):
-    """A call of the tool that works on the demo board."""
+    """A call of this tool that works on the demo board."""
     for _, tool, arguments, words in session.CALLS:
         if tool == name and session.REFUSED not in words:
             if all(isinstance(value, (str, int)) for value in arguments.values()):
@@ -33,7 +33,7 @@ def shown(value):
 
 
 def arguments_of(tool):
-    """The tool's arguments as a person reads them, the optional ones in brackets."""
+    """The tool's arguments, the optional ones in brackets."""
     schema = tool["inputSchema"]
     required = schema.get("required", [])
     return " ".join(key if key in required else f"[{key}]" for key in schema["properties"])
@@ -90,7 +90,7 @@ def call(client, tools, line, out):
 
 
 def complete_names(tools):
-    """Completes names with the Tab key, where the terminal can."""
+    """Makes the Tab key complete names, if the system supports it."""
     try:
         import readline  # pylint: disable=import-outside-toplevel # not on every system
     except ImportError:

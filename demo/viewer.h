@@ -1,5 +1,5 @@
-/// What the viewer has open, how it answers commands, and the text and file helpers for both. Text is UTF-8 inside, and
-/// UTF-16 only where it meets the library. All of it belongs to the window's thread and takes no lock.
+/// What the viewer has open, how it answers commands, and the text and file helpers for both. Text is UTF-8, and UTF-16
+/// only at the library's boundary. Everything runs on the window's thread and takes no lock.
 #pragma once
 
 #include "api/exports.h"
@@ -31,22 +31,22 @@ struct Word {
     std::string text;
 };
 
-/// A page shows the parts on one side of the board, the bottom as seen through it, and text below them.
+/// A page shows the parts on one side of the board, the bottom as seen through the board, and text below them.
 struct Page {
     std::string side, text;
 };
 
-/// All that the viewer has open and selected.
+/// Everything that the viewer has open and selected.
 struct Viewer {
     fs::path boardPath;
     json board;
-    fs::path schematicPath;  ///< the drawing set that is attached to the board; empty for none
+    fs::path schematicPath;  ///< the drawing set attached to the board; empty if none is
     std::string selectedRefdes, selectedPin, selectedNet;
 };
 
-/// The viewer with another board, and with its drawing set if that is there. A board is JSON, in memory as in its file:
-/// the boxes of its "outline", the records of its "nets" and "components", and those of their "pins". A record's texts
-/// and boxes are always there. Throws a Refusal when the file can't be read or is not a board.
+/// The viewer with this board open, and its drawing set if there is one. A board is JSON, in memory as in its file: the
+/// boxes of its "outline", the records of its "nets" and "components", and those of their "pins". A record always has
+/// its texts and boxes. Throws a Refusal if the file can't be read or is not a board.
 Viewer OpenBoard(const fs::path& file);
 
 /// Carries out the library's command and fills in Success and LongReply. No exception leaves it. Returns one line for
@@ -56,8 +56,8 @@ std::string AnswerCommand(Viewer& viewer, HostCommand& command);
 /// All words of a page: first the labels of its parts, then its text.
 std::vector<Word> WordsOf(const json& board, const Page& page);
 
-/// An area of a page as a PNG file, with a part and the pads of the selected net highlighted. It is drawn smaller until
-/// its base64 text has no more than `limit` bytes, 0 for no limit. Throws a Refusal when it can't be small enough.
+/// An area of a page as a PNG file, with a part and the pads of the selected net highlighted. It is scaled down until
+/// its base64 text fits into `limit` bytes; 0 means no limit. Throws a Refusal if it can't be made small enough.
 std::string DrawPage(const Viewer& viewer, const Page& page, Box area, const std::string& chosen, std::size_t limit);
 
 /// Invalid text becomes U+FFFD.
@@ -111,12 +111,12 @@ inline std::string Lower(std::string text) {
     return text;
 }
 
-/// Whether a text of a record is this one, in any case of letters. An empty text is none.
+/// True if the record's text under `key` is `text`, ignoring case. Never true for an empty text.
 inline bool Is(const json& record, const char* key, const std::string& text) {
     return !text.empty() && Lower(record.at(key)) == Lower(text);
 }
 
-/// Whether the text contains every word of `words`, in any case of letters.
+/// True if the text contains every word of `words`, ignoring case.
 inline bool HasWords(const std::string& text, const std::string& words) {
     const auto holds = [lowered = Lower(text)](const std::string& word) { return lowered.find(word) != word.npos; };
     return std::ranges::all_of(SplitAt(Lower(words), ' '), holds);

@@ -18,13 +18,13 @@ constexpr DWORD ReplyPatience = 10000;
 constexpr int Works = 0;
 constexpr int DoesNotWork = 1;
 
-/// Writes one line at once: the trace's lines, which come between, have no buffer of their own.
+/// Writes one line and flushes it, because the trace writes to the same stream without a buffer.
 void Say(const std::string& text) {
     std::fputs((text + "\n").c_str(), stdout);
     std::fflush(stdout);
 }
 
-/// Lists the viewers found. False when there is none.
+/// Lists the viewers found. False if there are none.
 bool FindViewers() {
     const WideString announced = IsControlServerAnnounced()
                                      ? ReadRegistryString(HKEY_CURRENT_USER, Announcement::Key, Announcement::PipeName)
@@ -35,25 +35,25 @@ bool FindViewers() {
     for (const WideString& name : names) {
         besides = besides || name != announced;
         Say((name == announced ? "An Orvane is announced in the registry, with the pipe "
-                               : "An Orvane runs beside this program, with the pipe ") +
+                               : "An Orvane is running beside this program, with the pipe ") +
             PrintableBytes(WideToUtf8(name)));
     }
     if (!besides) Say(std::string(announced.empty() ? "No" : "No other") + " Orvane runs in this program's folder.");
     return !names.empty();
 }
 
-/// A viewer may take a command and never answer: nothing ends that wait but the end of the program.
+/// A viewer may take a command and never answer. Only ending the program ends that wait.
 unsigned WINAPI GiveUpLater(void*) {
     Sleep(ReplyPatience);
-    Say("Orvane took the command but hasn't answered for 10 seconds: it shows a dialog, or it hangs. Agents' calls "
-        "wait until it goes on.");
+    Say("Orvane took the command but hasn't answered for 10 seconds: it is showing a dialog, or it hangs. Agents' "
+        "calls wait until it responds.");
     EndOwnProcess(DoesNotWork);
 }
 
-/// Prints the viewer's answer, line by line. True when the command was carried out.
-bool TellReply(const std::string& reply) {
+/// Prints the viewer's answer, line by line. True if the command was carried out.
+bool PrintReply(const std::string& reply) {
     const bool failed = reply.starts_with(ErrorReplyPrefix);
-    Say(failed ? "Orvane answers to GET_BOARD_STATE with a failure:" : "Orvane answers to GET_BOARD_STATE:");
+    Say(failed ? "Orvane answered GET_BOARD_STATE with a failure:" : "Orvane answered GET_BOARD_STATE:");
     std::string text = reply;
     if (failed) text = UnescapeControlText(reply, ErrorReplyPrefix.size());
     if (reply.starts_with(OkReplyPrefix)) text = UnescapeControlText(reply, OkReplyPrefix.size());
@@ -65,16 +65,16 @@ bool TellReply(const std::string& reply) {
     return !failed;
 }
 
-/// Asks the connected viewer for the state of its board. True when an agent would get it.
+/// Asks the connected viewer for the state of its board. True if an agent would get it.
 bool AskForBoardState() try {
-    // Without that thread the wait has no limit, as an agent's has none.
+    // If the thread can't start, the wait has no limit, just like an agent's.
     static_cast<void>(StartDetachedThread(GiveUpLater, nullptr));
     const std::optional<std::string> reply = SendControlLine("GET_BOARD_STATE");
     if (!reply) {
         Say("Orvane closed the connection without an answer. Agents' calls fail.");
         return false;
     }
-    const bool works = TellReply(*reply);
+    const bool works = PrintReply(*reply);
     Say(works ? "Agents' calls work." : "The connection works, but Orvane couldn't carry out the command.");
     return works;
 } catch (const std::bad_alloc&) {
@@ -88,12 +88,12 @@ int RunCheck() {
     SetConsoleOutputCP(CP_UTF8);
     Say("Orvane MCP " ORVANE_VERSION ", " + WideToUtf8(ModulePath(nullptr)));
     if (!FindViewers()) {
-        Say("Agents' calls fail. Start Orvane. If it runs, start it as the same user as the agent, and neither of the "
-            "two as administrator.");
+        Say("Agents' calls fail. Start Orvane. If it is running, start it as the same user as the agent, and neither "
+            "of the two as administrator.");
         return DoesNotWork;
     }
     StartTraceOn(STD_OUTPUT_HANDLE);
-    // A second attempt gets past a viewer that hangs, as an agent's next call does.
+    // A second attempt gets past a hung viewer, as an agent's next call would.
     if (!EnsureControlConnection(MainThreadConnectTimeOut) && !EnsureControlConnection(MainThreadConnectTimeOut)) {
         Say("No Orvane accepted the connection. Agents' calls fail.");
         return DoesNotWork;

@@ -14,15 +14,15 @@ constexpr const char HelpText[] =
     "orvane_mcp.exe is an MCP server: an MCP client starts it, without arguments, and talks to it over standard\n"
     "input and output.\n"
     "\n"
-    "  --check    looks for a running Orvane and says whether an agent can reach it; ends with 0 if so, else with 1\n"
+    "  --check    looks for a running Orvane and reports whether an agent can reach it; exits with 0 if so, else 1\n"
     "  --version  prints the version\n"
     "  --help     shows this text\n"
     "\n"
-    "With the environment variable ORVANE_MCP_TRACE=1 the server reports on standard error what it does, with\n"
-    "ORVANE_MCP_TRACE=2 also the contents of messages.\n";
+    "With the environment variable ORVANE_MCP_TRACE=1 the server reports what it does on standard error; with\n"
+    "ORVANE_MCP_TRACE=2 it adds the contents of messages.\n";
 
 int Serve() {
-    // A person at a terminal sees nothing else from a server that waits for JSON. Standard output is MCP's alone.
+    // Tell a person at a terminal why nothing happens. On standard error, since standard output is for MCP alone.
     DWORD mode = 0;
     if (GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &mode) != 0) {
         std::fputs(

@@ -8,8 +8,8 @@ namespace {
 constexpr DWORD Patience = 5000;
 constexpr DWORD PauseBetweenLooks = 100;
 
-/// Returns once the input has had no writer, and nothing was read from it, for `Patience` milliseconds. Each piece that
-/// the bridge still reads restarts the clock.
+/// Returns once the input has had no writer for `Patience` milliseconds and nothing has been read from it. Anything
+/// that the bridge still reads restarts the clock.
 void AwaitAbandonedInput() {
     std::optional<DWORD> before;
     for (DWORD start = GetTickCount(); GetTickCount() - start < Patience; Sleep(PauseBetweenLooks)) {
@@ -19,7 +19,7 @@ void AwaitAbandonedInput() {
     }
 }
 
-/// `handle` is the parent's, and belongs to this thread.
+/// `handle` is the parent process. This thread owns it.
 unsigned WINAPI WatchParent(void* handle) {
     const OwnedHandle parent(handle);
     // Another process may hold the other end of the pipe and be the real client, so the parent's exit alone proves
@@ -35,6 +35,6 @@ unsigned WINAPI WatchParent(void* handle) {
 
 void StartParentWatch() {
     OwnedHandle parent = OpenParentProcess();
-    // Without a parent or a thread the launcher still ends with its input.
+    // If either fails, the launcher still ends with its input.
     if (parent && StartDetachedThread(WatchParent, parent.Get())) parent.Release();
 }

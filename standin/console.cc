@@ -11,7 +11,7 @@
 static std::atomic<PHANDLER_ROUTINE> consoleHandler = nullptr;
 static std::atomic<int> signalEvents = -1;
 
-/// What the signal handler can't do itself.
+/// Calls the handler on a thread, which a signal handler can't safely do itself.
 static void CallHandler() {
     for (eventfd_t count = 0;;) {
         if (eventfd_read(signalEvents, &count) == 0) consoleHandler.load()(CTRL_C_EVENT);
@@ -24,8 +24,7 @@ static void OnSignal(int) {
     errno = before;
 }
 
-/// Sets the one handler, for good. A thread of its own calls it for each SIGINT and SIGTERM; what it returns is
-/// ignored.
+/// Sets the one handler, for good. A separate thread calls it for each SIGINT and SIGTERM; its result is ignored.
 BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL) {
     if (consoleHandler.exchange(handler) != nullptr) return Outcome(ERROR_INVALID_PARAMETER);
     signalEvents = eventfd(0, EFD_CLOEXEC);
@@ -41,7 +40,7 @@ BOOL GetConsoleMode(HANDLE console, LPDWORD mode) {
     return TRUE;
 }
 
-// A terminal here takes UTF-8, and no stream translates line ends.
+// Terminals here use UTF-8, and no stream translates line ends.
 BOOL SetConsoleOutputCP(UINT) {
     return TRUE;
 }

@@ -1,4 +1,4 @@
-/// An owned file descriptor of the machine underneath.
+/// An owned POSIX file descriptor.
 #pragma once
 
 #include <unistd.h>

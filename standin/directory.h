@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-/// Opens the shared directory, creating it when it is missing. Empty, with ERROR_ACCESS_DENIED, when it can't be had or
-/// when anybody but this user could touch it.
+/// Opens the shared directory, creating it if it is missing. Empty, with ERROR_ACCESS_DENIED, if that fails or if
+/// anyone but this user has access to it.
 Descriptor OpenSharedDirectory();
 
 /// The same, and locked against other processes and threads until the descriptor is closed.
@@ -18,6 +18,6 @@ Descriptor LockSharedDirectory();
 /// The names of the files in `directory`, sorted.
 std::vector<std::string> ListFiles(const Descriptor& directory);
 
-/// `name` as a file name without a dot: ASCII lower case, other units but letters, digits and "_" as "-" and four hex
-/// digits.
+/// `name` as a file name without dots: ASCII letters in lower case, digits and "_" unchanged, any other unit as "-" and
+/// four hex digits.
 std::string FileNameFor(std::u16string_view name);

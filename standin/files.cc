@@ -48,7 +48,7 @@ bool HasHungUp(const Descriptor& stream) {
 
 namespace {
 
-/// The stream to read and write; null, with the last error set, when nothing is connected.
+/// The stream to read and write; null, with the last error set, if nothing is connected.
 std::shared_ptr<const Descriptor> ConnectedStream(File& file) {
     const std::lock_guard lock(file.Mutex);
     if (!file.Stream || file.Listening) SetLastError(ERROR_PIPE_NOT_CONNECTED);
@@ -66,12 +66,12 @@ ssize_t WriteSome(int file, const char* bytes, std::size_t size) {
     return count < 0 && errno == ENOTSOCK ? write(file, bytes, std::min<std::size_t>(size, PIPE_BUF)) : count;
 }
 
-/// Whether a read or write that gave this count was only not ready after all.
+/// True if a read or write with this result merely wasn't ready after all.
 bool MayTryAgain(ssize_t count) {
     return count < 0 && (errno == EAGAIN || errno == EINTR);
 }
 
-// Windows has no signal for a pipe without a reader: a program there sees the write fail.
+// Windows has no signal for a pipe without a reader: the write just fails.
 [[gnu::constructor]] void IgnoreBrokenPipeSignal() {
     signal(SIGPIPE, SIG_IGN);
 }
@@ -114,7 +114,7 @@ BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD size, LPDWORD bytesWritten, 
     return TRUE;
 }
 
-/// Counts what can be read. Copies nothing: nobody asks for that.
+/// Counts what can be read. Copies nothing: no caller asks for that.
 BOOL PeekNamedPipe(HANDLE handle, LPVOID buffer, DWORD, LPDWORD, LPDWORD bytesAvailable, LPDWORD) {
     const std::shared_ptr<File> file = FindHandle<File>(handle);
     if (!file) return FALSE;
@@ -124,7 +124,7 @@ BOOL PeekNamedPipe(HANDLE handle, LPVOID buffer, DWORD, LPDWORD, LPDWORD bytesAv
     fstat(stream->Get(), &status);
     const bool isPipe = S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode);
     if (!isPipe || buffer != nullptr) return Outcome(ERROR_INVALID_PARAMETER);
-    // In this order, what was written before the end is always counted.
+    // In this order, so that bytes written before the hang-up are always counted.
     const bool ended = HasHungUp(*stream);
     int bytes = 0;
     if (ioctl(stream->Get(), FIONREAD, &bytes) != 0 || (bytes == 0 && ended)) return Outcome(ERROR_BROKEN_PIPE);
@@ -139,7 +139,7 @@ BOOL CancelIoEx(HANDLE handle, OVERLAPPED*) {
 }
 
 HANDLE GetStdHandle(DWORD which) {
-    // A second descriptor of the stream: closing the handle leaves the C library's own alone.
+    // A duplicate: closing the handle leaves the C library's own descriptor open.
     constexpr auto open = [](int stream) -> HANDLE {
         Descriptor copy(fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
         if (!copy) return nullptr;

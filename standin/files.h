@@ -12,10 +12,10 @@ struct InstanceFile;
 
 struct File {
     std::mutex Mutex;                          // guards the rest
-    std::shared_ptr<const Descriptor> Stream;  // held by each call too, so its number is not reused under one
-    bool Listening = false;                    // the stream is a socket that awaits its client
+    std::shared_ptr<const Descriptor> Stream;  // calls hold it too, so its number isn't reused during one
+    bool Listening = false;                    // the stream is a socket waiting for its client
     PendingCall* Calls = nullptr;
-    std::shared_ptr<InstanceFile> Instance;  // of a server's end
+    std::shared_ptr<InstanceFile> Instance;  // at a server's end only
 };
 
 /// A call that may block. It lives on its thread's stack and can be cancelled while it does.
@@ -37,8 +37,8 @@ class PendingCall {
     PendingCall* next_;
 };
 
-/// Cancels every call under way; false when there is none.
+/// Cancels every call in progress; false if there is none.
 bool CancelCalls(File& file);
 
-/// Whether the other end has closed or ended the connection. Unread bytes may be left.
+/// True if the other end has closed or ended the connection. Unread bytes may be left.
 bool HasHungUp(const Descriptor& stream);

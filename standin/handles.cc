@@ -59,7 +59,7 @@ HandleEntry RemoveEntry(HANDLE handle) {
 
 BOOL CloseHandle(HANDLE handle) {
     const HandleEntry entry = RemoveEntry(handle);
-    // A call that blocks would keep the connection open.
+    // A blocked call would keep the connection open.
     if (const std::shared_ptr<File> file = ObjectOf<File>(entry)) CancelCalls(*file);
     return Outcome(entry.Object ? DWORD{ERROR_SUCCESS} : ERROR_INVALID_HANDLE);
 }

@@ -1,4 +1,4 @@
-/// The table behind every HANDLE and HKEY. A value is given out once, so a closed handle never means another object.
+/// The table behind every HANDLE and HKEY. Values are never reused, so a closed handle never means another object.
 #pragma once
 
 #include "standin/windows.h"
@@ -14,7 +14,7 @@ struct HandleEntry {
 HANDLE AddEntry(HandleEntry entry);
 HandleEntry FindEntry(HANDLE handle);
 
-/// Takes the entry out of the table. Calls under way keep its object alive.
+/// Removes the entry from the table. Calls in progress keep its object alive.
 HandleEntry RemoveEntry(HANDLE handle);
 
 template <typename Object>
@@ -22,7 +22,7 @@ HANDLE AddHandle(std::shared_ptr<Object> object) {
     return AddEntry({std::move(object), &typeid(Object)});
 }
 
-/// The object behind `entry` when it is of this kind, else null.
+/// The object behind `entry` if it is of this type, else null.
 template <typename Object>
 std::shared_ptr<Object> ObjectOf(const HandleEntry& entry) {
     return entry.Type != nullptr && *entry.Type == typeid(Object) ? std::static_pointer_cast<Object>(entry.Object)
@@ -37,7 +37,7 @@ std::shared_ptr<Object> FindHandle(HANDLE handle) {
     return object;
 }
 
-/// Sets the last error and returns FALSE; returns TRUE for ERROR_SUCCESS, which sets nothing.
+/// Returns TRUE for ERROR_SUCCESS; for any other error, sets the last error and returns FALSE.
 BOOL Outcome(DWORD error);
 
 /// Sets the last error and returns INVALID_HANDLE_VALUE.

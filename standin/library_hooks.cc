@@ -1,4 +1,4 @@
-// Compiled into the library itself: calls its entry point on load and unload, as the loader of Windows does.
+// Linked into the library itself: calls its entry point on load and unload, as the Windows loader does.
 #include "standin/processes.h"
 #include "standin/windows.h"
 

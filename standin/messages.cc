@@ -1,4 +1,4 @@
-// Windows, which are for messages only, and the messages of each thread.
+// Message-only windows, and the message queue of each thread.
 #include "standin/windows.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@
 
 namespace {
 
-/// A message that its sender waits for; on the sender's stack.
+/// A message whose sender is waiting; lives on the sender's stack.
 struct SentMessage {
     MSG Message = {};
     LRESULT Result = 0;
@@ -43,20 +43,20 @@ struct Desktop {
 
 Desktop& desktop = *new Desktop;
 
-/// Under the desktop's mutex. The sender's record is gone as soon as that is free.
+/// The caller holds the desktop's mutex. Once it is released, the sender's record may be gone.
 void Answer(SentMessage& sent, LRESULT result) {
     sent.Result = result;
     sent.Answered = true;
     sent.Changed.notify_one();
 }
 
-/// A copy of the window's record, empty when there is no such window. Under the desktop's mutex.
+/// A copy of the window's record; empty if there is no such window. The caller holds the desktop's mutex.
 Window FindWindow(HWND window) {
     const auto found = desktop.Windows.find(window);
     return found == desktop.Windows.end() ? Window() : found->second;
 }
 
-/// Removes a window and its messages, and answers those who wait for it with 0. Under the desktop's mutex.
+/// Removes a window and its messages; waiting senders get 0. The caller holds the desktop's mutex.
 void RemoveWindow(HWND window) {
     const std::shared_ptr<ThreadQueue> owner = FindWindow(window).Owner;
     if (!owner) return;
@@ -74,7 +74,7 @@ const std::shared_ptr<ThreadQueue>& OwnQueue() {
     return queue;
 }
 
-/// Runs the messages that other threads have sent to this thread's windows. Releases the lock while one runs.
+/// Handles the messages that other threads have sent to this thread's windows. Releases the lock meanwhile.
 void RunSentMessages(ThreadQueue& own, std::unique_lock<std::mutex>& lock) {
     while (!own.Sent.empty()) {
         SentMessage* const sent = own.Sent.front();
@@ -120,7 +120,7 @@ LRESULT DefWindowProcW(HWND window, UINT message, WPARAM, LPARAM) {
     return 0;
 }
 
-/// Unlike Windows' own, answers no messages for this thread's windows while it waits for another thread.
+/// Unlike the real one, handles no messages for this thread's windows while it waits for another thread.
 LRESULT SendMessageW(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
     const std::shared_ptr<ThreadQueue>& own = OwnQueue();
     std::unique_lock lock(desktop.Mutex);
@@ -152,7 +152,7 @@ void PostQuitMessage(int exitCode) {
     OwnQueue()->QuitCode = exitCode;
 }
 
-/// Takes the messages of all of the thread's windows.
+/// Returns messages for any of the thread's windows; the filters are ignored.
 BOOL GetMessageW(MSG* message, HWND, UINT, UINT) {
     ThreadQueue& own = *OwnQueue();
     std::unique_lock lock(desktop.Mutex);

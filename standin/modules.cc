@@ -26,19 +26,19 @@ DWORD GetModuleFileNameW(HMODULE module, LPWSTR path, DWORD size) {
     return size;
 }
 
-/// Finds a module by an address in it, and pins it when asked to; counts no other use.
+/// Finds a module by an address in it, and pins it if asked. Keeps no reference count.
 BOOL GetModuleHandleExW(DWORD flags, LPCWSTR address, HMODULE* module) {
     Dl_info info = {};
     if (dladdr(address, &info) == 0) return Outcome(ERROR_FILE_NOT_FOUND);
     *module = static_cast<HMODULE>(info.dli_fbase);
     if ((flags & GET_MODULE_HANDLE_EX_FLAG_PIN) == 0) return TRUE;
     dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
-    // Registered while the program runs, this comes before any library is torn down.
+    // Registered at run time, so it is called before any library is torn down.
     [[maybe_unused]] static const int registered = std::atexit([] { processEnds = true; });
     return TRUE;
 }
 
-// The loader here tells a library nothing of threads anyway.
+// The loader here never notifies a library about threads anyway.
 BOOL DisableThreadLibraryCalls(HMODULE) {
     return TRUE;
 }

@@ -1,6 +1,6 @@
 // An instance of a pipe is a listening socket in the shared directory: "pipe.<name>.<most instances>.<process>.
-// <its start>.<serial>.free". Who connects renames it to ".busy", and the server removes it with the instance, so the
-// listing always shows what a client may expect of a name.
+// <its start>.<serial>.free". The client that connects renames it to ".busy", and the server deletes it with the
+// instance, so the directory always shows what a client will find under a name.
 #include "standin/directory.h"
 #include "standin/files.h"
 #include "standin/handles.h"
@@ -23,7 +23,7 @@ struct InstanceFile {
     InstanceFile(const InstanceFile&) = delete;
     InstanceFile& operator=(const InstanceFile&) = delete;
     ~InstanceFile() {
-        // In this order nothing is left even when a client renames it meanwhile.
+        // In this order nothing is left behind even if a client renames it in between.
         const Descriptor directory = OpenSharedDirectory();
         for (const char* state : {".free", ".busy"}) unlinkat(directory.Get(), (File + state).c_str(), 0);
     }
@@ -39,14 +39,14 @@ std::u16string_view PipeName(LPCWSTR path) {
     return isPipe ? whole.substr(prefix.size()) : std::u16string_view();
 }
 
-/// An instance as its file shows it.
+/// An instance, as its file name describes it.
 struct ListedInstance {
     std::string File;  // without the state
     bool IsFree = false;
     DWORD Limit = 0;
 };
 
-/// The instances of `name`. Removes those of any name that a dead process has left.
+/// The instances of `name`. Deletes what dead processes left, under any name.
 std::vector<ListedInstance> FindInstances(const Descriptor& directory, std::u16string_view name) {
     std::vector<ListedInstance> instances;
     const std::string prefix = "pipe." + FileNameFor(name) + ".";
@@ -66,12 +66,12 @@ std::vector<ListedInstance> FindInstances(const Descriptor& directory, std::u16s
     return instances;
 }
 
-/// A new socket, bound by `bind` or connected by `connect` to the file of a free instance. Empty on failure.
+/// A new socket, attached to the file of a free instance with `bind` or `connect`. Empty on failure.
 Descriptor SocketAt(const Descriptor& directory, const std::string& instance,
                     int (*attach)(int, const sockaddr*, socklen_t)) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    // Short enough for any directory.
+    // Fits into sun_path whatever the directory is called.
     const std::string path = "/proc/self/fd/" + std::to_string(directory.Get()) + "/" + instance + ".free";
     path.copy(address.sun_path, sizeof(address.sun_path) - 1);
     Descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -79,25 +79,25 @@ Descriptor SocketAt(const Descriptor& directory, const std::string& instance,
     return attached ? std::move(made) : Descriptor();
 }
 
-/// Takes a free instance from the other clients. The directory is locked.
+/// Hides a free instance from other clients. The caller holds the directory's lock.
 void MarkBusy(const Descriptor& directory, const std::string& instance) {
     const int shared = directory.Get();
     renameat(shared, (instance + ".free").c_str(), shared, (instance + ".busy").c_str());
 }
 
-/// Who doesn't read soon blocks who writes, as with a pipe's small buffers.
+/// If one end doesn't read, the other soon blocks in a write, as with a pipe's small buffers.
 std::shared_ptr<const Descriptor> WithSmallBuffer(Descriptor socket) {
     const int size = 8192;
     setsockopt(socket.Get(), SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));
     return std::make_shared<Descriptor>(std::move(socket));
 }
 
-/// The client that has come; empty, with errno set, when there is none.
+/// The client that has connected; empty, with errno set, if there is none.
 Descriptor AcceptClient(const Descriptor& listener, const InstanceFile& instance) {
     // The lock keeps a second client out: the socket listens until it is closed.
     const Descriptor directory = LockSharedDirectory();
     Descriptor client(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-    // The client has renamed it, unless it died just before.
+    // The client has renamed the file itself, unless it died just before that.
     if (client) MarkBusy(directory, instance.File);
     return client;
 }
@@ -155,7 +155,7 @@ BOOL DisconnectNamedPipe(HANDLE handle) {
     if (!pipe) return FALSE;
     const std::lock_guard lock(pipe->Mutex);
     if (!pipe->Stream || pipe->Listening) return Outcome(ERROR_PIPE_NOT_CONNECTED);
-    // Ends calls under way too: they hold the socket.
+    // Ends calls in progress too: they hold the socket.
     shutdown(pipe->Stream->Get(), SHUT_RDWR);
     pipe->Stream = nullptr;
     return TRUE;

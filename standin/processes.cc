@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-// Some C libraries forget to say that these are C.
+// In some C libraries this header lacks its extern "C".
 extern "C" {
 #include <sys/pidfd.h>
 }
@@ -25,7 +25,7 @@ namespace {
 
 struct Process {
     pid_t Id;
-    Descriptor Running;  // never means a later process with the same id; readable once this one has ended
+    Descriptor Running;  // a pidfd, so never a later process with the same id; readable once this one has ended
 
     bool AwaitEnd(int milliseconds) const {
         pollfd state = {Running.Get(), POLLIN, 0};
@@ -41,7 +41,7 @@ struct ProcessSnapshot {
     std::size_t Next = 0;
 };
 
-/// What /proc says of a process that has not ended.
+/// What /proc says about a process that is still running.
 struct ProcessStat {
     DWORD Parent = 0;
     unsigned long long Start = 0;
@@ -73,7 +73,7 @@ std::string ExecutablePath(pid_t id) {
 }
 
 /// The entry of a process; nothing for one that has ended, or whose image can't be seen: the kernel's own threads and
-/// other users' processes. The look at the image comes first: it is cheap and skips most of the table.
+/// other users' processes. The image is checked first: that is cheap and rules out most of the table.
 std::optional<PROCESSENTRY32W> Describe(pid_t id) {
     const std::string path = ExecutablePath(id);
     const std::optional<ProcessStat> stat = path.empty() ? std::nullopt : ReadStat(id);
@@ -124,7 +124,7 @@ HANDLE OpenProcess(DWORD, BOOL, DWORD processId) {
     return nullptr;
 }
 
-/// This process's handle is a real one here, opened once.
+/// A real handle here, opened once, not a constant.
 HANDLE GetCurrentProcess() {
     static const HANDLE handle = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, GetCurrentProcessId());
     return handle;
@@ -141,7 +141,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
     return process->AwaitEnd(limit) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }
 
-/// 0 for every process that has ended: the machine tells the code to the parent alone.
+/// 0 for every process that has ended: only its parent can learn the real code.
 BOOL GetExitCodeProcess(HANDLE handle, LPDWORD exitCode) {
     const std::shared_ptr<Process> process = FindHandle<Process>(handle);
     if (!process) return FALSE;
@@ -149,8 +149,8 @@ BOOL GetExitCodeProcess(HANDLE handle, LPDWORD exitCode) {
     return TRUE;
 }
 
-/// Gives the creation time alone, counted from the machine's start: it orders this machine's processes and stays the
-/// same when the clock is set, but is no date.
+/// Sets only the creation time, counted from boot: it puts processes in order and survives a change of the clock, but
+/// it is not a date.
 BOOL GetProcessTimes(HANDLE handle, FILETIME* creation, FILETIME*, FILETIME*, FILETIME*) {
     const std::shared_ptr<Process> process = FindHandle<Process>(handle);
     if (!process) return FALSE;
@@ -165,7 +165,7 @@ BOOL QueryFullProcessImageNameW(HANDLE handle, DWORD, LPWSTR path, LPDWORD size)
     const std::shared_ptr<Process> process = FindHandle<Process>(handle);
     if (!process) return FALSE;
     const std::u16string image = Utf16From(ExecutablePath(process->Id));
-    // Asked afterwards: until the process has ended, nobody else can have had its id.
+    // Checked afterwards: until the process has ended, no other process can have its id.
     if (image.empty() || process->AwaitEnd(0)) return Outcome(ERROR_ACCESS_DENIED);
     if (!CopyCut(image, path, *size)) return Outcome(ERROR_INSUFFICIENT_BUFFER);
     *size = static_cast<DWORD>(image.size());

@@ -1,5 +1,5 @@
 // A key is a directory below "registry" in the shared directory, a value is a file in it: its type in four bytes, then
-// its data. Who reads or writes a value holds the shared directory's lock.
+// its data. Values are read and written under the shared directory's lock.
 #include "standin/directory.h"
 #include "standin/handles.h"
 

@@ -11,8 +11,8 @@ namespace {
 
 constexpr char16_t Replacement = 0xFFFD;
 
-/// Takes the first code point off `rest`; U+FFFD for what is not UTF-8. A damaged sequence loses the bytes that
-/// could still have become something, and never fewer than one.
+/// Removes the first code point from `rest`; U+FFFD if it is not UTF-8. Of a damaged sequence it removes the lead byte
+/// and the continuation bytes up to where the damage shows.
 char32_t TakeCodePoint(std::string_view& rest) {
     const auto byteAt = [&rest](std::size_t i) { return static_cast<unsigned char>(rest[i]); };
     const unsigned char lead = byteAt(0);
@@ -25,7 +25,7 @@ char32_t TakeCodePoint(std::string_view& rest) {
     std::size_t used = 1;
     for (; used < length && used < rest.size() && (byteAt(used) & 0xC0) == 0x80; ++used) {
         point = point << 6 | (byteAt(used) & 0x3Fu);
-        // The second byte shows an overlong form, a surrogate or a point beyond the last one.
+        // The second byte reveals an overlong form, a surrogate or a point beyond the last one.
         const bool hopeless = used == 1 && ((length == 3 && (point < 0x20 || (point >= 0x360 && point < 0x380))) ||
                                             (length == 4 && (point < 0x10 || point >= 0x110)));
         if (!hopeless) continue;
@@ -43,8 +43,8 @@ bool IsLowSurrogate(char16_t unit) {
     return unit >= 0xDC00 && unit < 0xE000;
 }
 
-/// Copies a conversion's result as both conversion calls do: returns the count, which is all that a capacity of 0 asks
-/// for, or 0 with the last error set when the result doesn't fit.
+/// Copies a conversion's result and returns what both conversion calls return: the count, which is all that a capacity
+/// of 0 asks for, or 0 with the last error set if the result doesn't fit.
 template <typename Text, typename Unit>
 int HandOut(const Text& text, Unit* target, int capacity) {
     const int count = static_cast<int>(text.size());
@@ -79,7 +79,7 @@ std::u16string Utf16From(std::string_view utf8) {
 }
 
 std::string Utf8From(std::u16string_view utf16) {
-    std::string bytes(utf16.size() * 3, '\0');  // as many as it can take
+    std::string bytes(utf16.size() * 3, '\0');  // the most it can need
     char* end = bytes.data();
     for (std::size_t i = 0; i < utf16.size(); ++i) {
         char32_t point = utf16[i];
@@ -112,13 +112,13 @@ int WideCharToMultiByte(UINT, DWORD, LPCWSTR source, int sourceLength, char* tar
     return HandOut(Utf8From(Source(source, sourceLength)), target, capacity);
 }
 
-/// Copies what fits; nobody asks for another count than _TRUNCATE.
+/// Copies what fits; the count is always _TRUNCATE.
 errno_t wcsncpy_s(LPWSTR target, std::size_t capacity, LPCWSTR source, std::size_t) {
     constexpr errno_t truncated = 80;
     return CopyCut(source, target, capacity) ? 0 : truncated;
 }
 
-/// Knows the formats that are the same in narrow text.
+/// Supports the formats that mean the same in narrow text.
 int swprintf_s(LPWSTR target, std::size_t capacity, LPCWSTR format, ...) {
     char text[1024];
     std::va_list arguments;

@@ -7,7 +7,7 @@
 #include <cwchar>
 #include <cwctype>
 
-// All else of the stand-in is hidden, so that no name of it meets one of the project's.
+// Everything else in the stand-in is hidden, so that its names can't clash with the project's.
 #pragma GCC visibility push(default)
 
 #define WINAPI
@@ -186,7 +186,7 @@ errno_t wcsncpy_s(LPWSTR target, std::size_t capacity, LPCWSTR source, std::size
 int swprintf_s(LPWSTR target, std::size_t capacity, LPCWSTR format, ...);
 int _wcsicmp(LPCWSTR left, LPCWSTR right);
 
-// The C library's own iswspace knows only ASCII in the "C" locale; Windows' knows Unicode's blanks.
+// In the "C" locale the C library's iswspace knows only ASCII; that of Windows knows Unicode's blanks.
 int StandinIsWideSpace(std::wint_t unit);
 #define iswspace StandinIsWideSpace
 

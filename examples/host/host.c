@@ -1,4 +1,4 @@
-/* A whole host in plain C: a window, the server, one command answered, a clean stop. Compiles as C++ too. */
+/* A complete host in plain C: a window, the server, one command answered, a clean stop. Compiles as C++ too. */
 #include <orvane_mcp/exports.h>
 #include <stdio.h>
 #include <wchar.h>
@@ -10,14 +10,14 @@ static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPAR
     HostCommand* command = (HostCommand*)lParam;
     if (message != HostCommandMessage) return DefWindowProcW(window, message, wParam, lParam);
     if (command->CommandId == HostCommandId_SelectNet) {
-        /* A viewer selects the net here, and leaves Success at 0 when there is no such net. */
+        /* A real viewer selects the net here, and leaves Success at 0 if there is no such net. */
         _snwprintf_s(command->Reply, ReplyCapacity, _TRUNCATE,
                      L"ORVANE_FINAL stop=true no_followup_tools=true\nselected_net=%ls", command->LongText);
         command->Success = 1;
     } else {
         wcscpy_s(command->Reply, ReplyCapacity, L"This host only selects nets.");
     }
-    PostQuitMessage(0); /* one command is all that this example lives for */
+    PostQuitMessage(0); /* this example stops after one command */
     return 1;
 }
 

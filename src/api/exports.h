@@ -1,13 +1,13 @@
-/* What a host of orvane_mcp sees: the ten functions, the records that cross the boundary, the command ids.
+/* Everything a host of orvane_mcp sees: ten functions, the records that cross the boundary, the command ids.
  *
  * Compiles as C11 and as C++20 and includes nothing but the language's own headers.
- * 1. Results are 32-bit: 1 means yes or success, 0 no or failure.
- * 2. Text is NUL-terminated UTF-16. A capacity counts code units, the terminator included; a text that does
- *    not fit is cut and terminated, which is no failure.
- * 3. No function throws, and none keeps a pointer that the caller passed in. One exception to the first half:
- *    OrvaneMcp_RunStdioBridge ends with the standard library's error when its second thread can't be started.
- * 4. Every function may be called from any thread. Start and stop are for one thread at a time.
- * 5. A started server or bridge keeps the library in the process: freeing the module afterwards does no harm.
+ * 1. Results are 32-bit: 1 means yes or success, 0 means no or failure.
+ * 2. Text is NUL-terminated UTF-16. A capacity counts code units, including the terminator. Text that doesn't
+ *    fit is truncated and terminated; that is not a failure.
+ * 3. No function keeps a pointer that the caller passed in. None throws, with one exception:
+ *    OrvaneMcp_RunStdioBridge throws std::system_error if it can't start its second thread.
+ * 4. Any thread may call any function, but only one thread at a time may start or stop the server.
+ * 5. Once a server or bridge has started, the library stays loaded: freeing the module does no harm.
  */
 #ifndef ORVANE_MCP_EXPORTS_H
 #define ORVANE_MCP_EXPORTS_H
@@ -16,7 +16,7 @@
 #include <stdint.h>
 #include <wchar.h>
 
-/* One UTF-16 code unit: wchar_t wherever that has 16 bits, which it has on Windows. */
+/* One UTF-16 code unit: wchar_t where that has 16 bits, as on Windows. */
 #if WCHAR_MAX <= 0xFFFF
 typedef wchar_t OrvaneMcpChar;
 #elif defined(__cplusplus)
@@ -29,12 +29,12 @@ typedef uint_least16_t OrvaneMcpChar;
 extern "C" {
 #endif
 
-/* What the host passes to a start. Read only during the call. */
+/* What the host passes when it starts the server. Not used after the call returns. */
 typedef struct ControlServerStartInfo {
     uint64_t Reserved;             /* ignored */
     void* HostWindowHandle;        /* the window (HWND) that answers HostCommandMessage */
-    uint32_t ProcessIdOverride;    /* the number in the pipe's name; 0: the current process id */
-    OrvaneMcpChar Directory[1024]; /* the launcher's directory, up to its NUL; empty: the library's own */
+    uint32_t ProcessIdOverride;    /* the number in the pipe's name; 0 means the process id */
+    OrvaneMcpChar Directory[1024]; /* the launcher's directory, up to its NUL; empty means the library's */
 } ControlServerStartInfo;
 
 /* One connected client, filled in by OrvaneMcp_GetClientInfo. */
@@ -48,7 +48,7 @@ typedef struct ClientInfo {
 /* The window message that delivers a command to the host: wParam is 0, lParam the address of a HostCommand. */
 enum { HostCommandMessage = 34464 };
 
-/* What a HostCommand asks for. An id never changes its meaning. */
+/* What a HostCommand asks for. The meaning of an id never changes. */
 typedef enum HostCommandId {
     HostCommandId_SelectNet = 1,
     HostCommandId_GetBoardState = 2,
@@ -88,33 +88,32 @@ typedef struct HostCommand {
 /* Serves one MCP client on standard input and output until the input ends. For the launcher. Returns 0. */
 int32_t OrvaneMcp_RunStdioBridge(void);
 
-/* Starts the control server; `info` may be null. 1 when the server is running, even if it already was.
- * After 0, OrvaneMcp_GetLastError has the reason, unless memory ran out. */
+/* Starts the control server; `info` may be null. Returns 1 if the server is running, even if it already was.
+ * After 0, OrvaneMcp_GetLastError returns the reason, unless memory ran out. */
 int32_t OrvaneMcp_StartControlServer(const ControlServerStartInfo* info);
 
-/* Stops the control server and withdraws its announcement. Waits at most 2 s for sessions. A command on its way to
- * the window may still arrive there afterwards. Don't call it from DllMain or a DLL's static destructors. */
+/* Stops the control server and withdraws its announcement. Waits 2 s at most for sessions. A command already on its
+ * way may still reach the window afterwards. Don't call it from DllMain or a DLL's static destructors. */
 void OrvaneMcp_StopControlServer(void);
 
-/* 11, in any state. */
+/* Always returns 11. */
 int32_t OrvaneMcp_GetApiVersion(void);
 
-/* The pipe's name and the launcher's path as set by the last start; a stop keeps them. 0 for a null buffer or a
- * capacity below 1, else 1. */
+/* The pipe's name and the launcher's path as set by the last start; a stop leaves them unchanged. Both return 0 for a
+ * null buffer or a capacity below 1, else 1. */
 int32_t OrvaneMcp_GetPipeName(OrvaneMcpChar* buffer, int32_t capacity);
 int32_t OrvaneMcp_GetServerPath(OrvaneMcpChar* buffer, int32_t capacity);
 
-/* The last failure; a stop keeps it. 1 when there is one; 0 when there is none, or for an unusable buffer. */
+/* The last failure; a stop doesn't clear it. Returns 1 if there is one; 0 if not, or if the buffer is unusable. */
 int32_t OrvaneMcp_GetLastError(OrvaneMcpChar* buffer, int32_t capacity);
 
-/* The number of connected clients, and one of them by its index, in order of arrival. When a client leaves, the later
- * ones move down, so expect 0 for an index that has just gone. */
+/* The number of connected clients, and one client by index, in order of arrival. When a client leaves, the later ones
+ * move down, so an index that was valid a moment ago can return 0. */
 int32_t OrvaneMcp_GetClientCount(void);
 int32_t OrvaneMcp_GetClientInfo(int32_t index, ClientInfo* info);
 
-/* Ends the connection of every listed client and waits up to about two seconds for the list to become empty. 0 only
- * when there was no connection to end and yet the list didn't become empty (clients kept arriving), or when memory
- * ran out. */
+/* Disconnects every listed client and waits about two seconds at most for the list to empty. Returns 0 only if there
+ * was no connection to end and the list still didn't empty (clients kept arriving), or if memory ran out. */
 int32_t OrvaneMcp_DisconnectClients(void);
 
 #ifdef __cplusplus

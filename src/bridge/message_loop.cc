@@ -19,7 +19,7 @@ void WriteReply(std::string_view idText, std::string_view tail) {
     WriteMcpMessage({ReplyHead, idText, tail});
 }
 
-/// The string that `text` begins with, with both quotes; empty when the closing one is missing.
+/// The string at the start of `text`, quotes included; empty when the closing quote is missing.
 std::string_view LeadingString(std::string_view text) {
     for (std::size_t i = 1; i < text.size(); ++i) {
         if (text[i] == '"') return text.substr(0, i + 1);
@@ -28,8 +28,8 @@ std::string_view LeadingString(std::string_view text) {
     return {};
 }
 
-/// The first occurrence of `Key` at or after `from`; npos when there is none. Messages are full of quotes, which slow
-/// down a search that looks for a key's first byte.
+/// The first occurrence of `Key` at or after `from`; npos when there is none. Messages are full of quotes, so searching
+/// for a key's first byte would be slow.
 template <const std::string_view& Key>
 std::size_t FindKey(std::string_view message, std::size_t from = 0) {
     static const std::boyer_moore_horspool_searcher searcher(Key.begin(), Key.end());
@@ -41,7 +41,7 @@ std::size_t FindKey(std::string_view message, std::size_t from = 0) {
 constexpr std::string_view IdKey = R"("id")";
 constexpr std::string_view MethodKey = R"("method":)";
 
-/// Answers one message, or ignores it. The first method that the message has decides.
+/// Answers one message, or ignores it. If the message has several methods, the first one in this order counts.
 void HandleMessage(std::string_view message) {
     const std::optional<std::string_view> id = ExtractMessageId(message);
     const std::string_view idText = id.value_or("null");
@@ -52,7 +52,7 @@ void HandleMessage(std::string_view message) {
         WriteReply(idText, InitializeResultText);
         EnsureControlConnection(MainThreadConnectTimeOut);
     } else if (MessageHasMethod(methods, "notifications/initialized")) {
-        // The handshake leaves no state.
+        // Nothing to do: the bridge keeps no handshake state.
     } else if (MessageHasMethod(methods, "tools/list")) {
         WriteReply(idText, ToolListResultText);
         EnsureControlConnection(MainThreadConnectTimeOut);
@@ -70,7 +70,7 @@ std::optional<std::string_view> ExtractMessageId(std::string_view message) {
     if (found == std::string_view::npos) return std::nullopt;
     const std::size_t colon = message.find(':', found + IdKey.size());
     if (colon == std::string_view::npos) return std::nullopt;
-    // Line ends are not skipped: they become part of the id, and the reply is valid JSON all the same.
+    // Line ends are not skipped: they become part of the id, and the reply is still valid JSON.
     const std::size_t start = message.find_first_not_of(" \t", colon + 1);
     if (start == std::string_view::npos) return std::nullopt;
     const std::string_view rest = message.substr(start);
@@ -101,5 +101,5 @@ void RunMessageLoop() try {
     Trace("input ended");
 } catch (const std::bad_alloc&) {
     Trace("message larger than memory: the bridge ends");
-    // The message is larger than memory, and its rest can't be told from the next one: end, so that the client notices.
+    // The rest of the message can't be told apart from the next one. End, so that the client notices.
 }

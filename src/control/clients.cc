@@ -26,7 +26,7 @@ WideString Trimmed(const WideString& name) {
     return WideString(first, last);
 }
 
-/// The standard name of a client recognised by its lower-cased name; empty for any other.
+/// The standard name for a client with this lower-cased name; empty if it isn't a known one.
 WideString StandardName(const WideString& lowerName) {
     for (const KnownClient& client : KnownClients) {
         if (client.GivenName.Holds(lowerName)) return Utf8ToWide(client.Label);
@@ -120,7 +120,7 @@ std::int32_t OrvaneMcp_DisconnectClients() try {
     constexpr int looks = 20;
     constexpr DWORD pause = 50;
     ControlServerState& state = ServerState();
-    // A copy, so that the lock isn't held while connections are ended.
+    // Copied, because the lock must not be held while connections are ended.
     std::vector<std::shared_ptr<PipeInstance>> pipes;
     {
         const std::lock_guard lock(state.ServerLock);

@@ -1,4 +1,4 @@
-/// The connected clients, in the order in which they said HELLO, and how their names are tidied.
+/// The connected clients, in the order of their greetings, and how their names are cleaned up.
 #pragma once
 
 #include "control/pipe_instance.h"
@@ -9,23 +9,22 @@
 
 /// One connected client.
 struct ClientRecord {
-    std::uint64_t Id = 0;  // from 1 after every start of the server
+    std::uint64_t Id = 0;  // starts again from 1 with each server run
     std::shared_ptr<PipeInstance> Pipe;
     WideString DisplayName;
     WideString Transport;
     FILETIME ConnectedAt{};  // UTC
 };
 
-/// Adds a client of the run `serverRun` to the end of the list and returns its id. Returns 0 and adds nothing when that
-/// run is over. Takes ServerLock, as do the next two.
+/// Adds a client of `serverRun` to the end of the list and returns its id. Returns 0 and adds nothing if that run is
+/// over. Takes ServerLock, as do the next two.
 std::uint64_t RegisterClient(const WideString& name, std::shared_ptr<PipeInstance> pipe, std::uint64_t serverRun);
 
-/// Removes the client. For a run that is over, this and UpdateClientName do nothing: a newer client may have the same
-/// id.
+/// Removes the client. If the run is over, this and UpdateClientName do nothing: a newer client may have the same id.
 void RemoveClient(std::uint64_t clientId, std::uint64_t serverRun);
 
-/// Renames the client to the tidied `name`. Keeps the old name's suffix with the bridge's process id unless the new
-/// name brings its own.
+/// Renames the client to `name`, normalized. Keeps the old name's suffix with the bridge's process id unless the new
+/// name has its own.
 void UpdateClientName(std::uint64_t clientId, std::uint64_t serverRun, const WideString& name);
 
 /// Removes all clients. The caller holds ServerLock.

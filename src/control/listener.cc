@@ -12,7 +12,7 @@ namespace {
 
 constexpr DWORD PipeBufferSize = 512;
 
-/// Lets a stop see the instance that is waiting for a client.
+/// Publishes the instance that is waiting for a client, so that a stop can find it.
 class ListeningScope {
   public:
     explicit ListeningScope(std::shared_ptr<PipeInstance> instance) { Publish(std::move(instance)); }
@@ -34,7 +34,7 @@ std::shared_ptr<PipeInstance> CreateInstance() {
     return pipe ? std::make_shared<PipeInstance>(std::move(pipe)) : nullptr;
 }
 
-/// Blocks until a client has opened the instance. A client that was quicker than this call counts too.
+/// Blocks until a client has opened the instance. A client that connected before this call counts too.
 bool WaitForClient(const std::shared_ptr<PipeInstance>& instance) {
     const ListeningScope listening(instance);
     return ConnectNamedPipe(instance->Pipe.Get(), nullptr) != 0 || GetLastError() == ERROR_PIPE_CONNECTED;
@@ -58,7 +58,7 @@ unsigned WINAPI RunPipeListener(void*) noexcept {
     try {
         AcceptClients(ServerState().ServerRun);
     } catch (const std::bad_alloc&) {
-        // Out of memory for an instance: same as when the system has none left.
+        // Out of memory for an instance: reported as if the system had none left.
         try {
             SetLastErrorText(TEXT("Failed to create Orvane MCP control pipe."));
         } catch (const std::bad_alloc&) {
@@ -70,9 +70,9 @@ unsigned WINAPI RunPipeListener(void*) noexcept {
 void EndListener() {
     constexpr DWORD pause = 1;
     ControlServerState& state = ServerState();
-    // Repeated, since one try may fall between two instances. The wait is cancelled too, since the open may reach
-    // another process that serves a pipe of the same name. That cancel can't hit a session's call: the listener looks
-    // at Running again before it hands an instance over, and Running is already false here.
+    // Repeat, because one attempt can fall between two instances. Cancel the wait too, because the open may reach
+    // another process that serves a pipe of the same name. The cancel can't hit a session's call: the listener checks
+    // Running before it hands over an instance, and Running is already false.
     do {
         const OwnedHandle wakeUp(CreateFileW(state.PipeName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));

@@ -3,9 +3,9 @@
 
 #include "platform/platform.h"
 
-/// The listener thread's body. Creates an instance of the pipe, waits for a client and starts its session, over and
-/// over until the server's current run ends. Gives up when no instance can be created, with the reason in
-/// LastErrorText; sessions keep running.
+/// The listener thread's body. Creates an instance of the pipe, waits for a client, starts its session, and repeats
+/// until the current server run ends. Gives up if no instance can be created and leaves the reason in LastErrorText;
+/// sessions keep running.
 unsigned WINAPI RunPipeListener(void* unused) noexcept;
 
 /// Wakes the listener and waits until it has ended. Call it once Running is false.

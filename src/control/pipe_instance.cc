@@ -2,7 +2,7 @@
 
 namespace {
 
-/// True for the errors of a write to a client that has closed its end, before the write or during it.
+/// True for the errors of a write whose client closed its end before or during the write.
 bool MeansClientIsGone(DWORD error) {
     return error == ERROR_NO_DATA || error == ERROR_BROKEN_PIPE;
 }
@@ -16,7 +16,7 @@ void EndConnections(const std::vector<std::shared_ptr<PipeInstance>>& instances)
         instance->Leaving = true;
         CancelIoEx(instance->Pipe.Get(), nullptr);
     }
-    // A cancel can come just before the call that it was meant for, so one isn't enough.
+    // A cancel can arrive just before the call it is meant for, so one isn't enough.
     for (int tries = 0; tries < mostTries; ++tries) {
         bool anyInCall = false;
         for (const auto& instance : instances) {
@@ -27,14 +27,14 @@ void EndConnections(const std::vector<std::shared_ptr<PipeInstance>>& instances)
         if (!anyInCall) break;
         Sleep(pause);
     }
-    // Never disconnect a pipe that a call is blocked in: on a synchronous handle that waits for the call.
+    // Never disconnect a pipe while a call is blocked in it: on a synchronous handle, that would wait for the call.
     for (const auto& instance : instances) {
         if (!instance->InCall) DisconnectNamedPipe(instance->Pipe.Get());
     }
 }
 
 void WriteReplyBytes(PipeInstance& instance, std::string_view bytes) {
-    constexpr std::size_t largestWrite = std::size_t{1} << 30;  // a call counts bytes in 32 bits
+    constexpr std::size_t largestWrite = std::size_t{1} << 30;  // WriteFile takes a 32-bit size
     while (!bytes.empty() && !instance.Broken) {
         const std::string_view piece = bytes.substr(0, largestWrite);
         const PipeCall call(instance);

@@ -22,8 +22,8 @@ WideString ResolveModuleDirectory() {
     return ParentDirectory(ModulePath(ServerState().ModuleHandle));
 }
 
-/// The launcher's directory as the host specifies it. Only its NUL bounds the text: the array in the declaration is a
-/// convenience, and the host's record may be longer or shorter.
+/// The launcher's directory: the host's choice, or else the library's own. Only the NUL ends the host's text; its
+/// record may be longer or shorter than the declared array.
 WideString LauncherDirectory(const ControlServerStartInfo* info) {
     if (info != nullptr) {
         const auto* const bytes = reinterpret_cast<const char*>(info);
@@ -33,7 +33,7 @@ WideString LauncherDirectory(const ControlServerStartInfo* info) {
     return ResolveModuleDirectory();
 }
 
-/// Sets up the state of a new run of the server.
+/// Sets up the state for a new server run.
 void PrepareRun(const ControlServerStartInfo* info, const WideString& directory) {
     const bool overridden = info != nullptr && info->ProcessIdOverride != 0;
     ControlServerState& state = ServerState();
@@ -69,7 +69,7 @@ std::int32_t OrvaneMcp_StartControlServer(const ControlServerStartInfo* info) tr
     PrepareRun(info, directory);
     state.Running = true;
     try {
-        // Before the first instance exists: a bridge that is too early tries again.
+        // Announce before the first instance exists: a bridge that comes too early tries again.
         AnnounceControlServer(true);
         // A library that could be unloaded under its threads must not start any.
         if (PinOwnModule() && state.ListenerThread.Start(RunPipeListener, nullptr)) return 1;
@@ -97,6 +97,6 @@ void OrvaneMcp_StopControlServer() {
         ClearClients();
         state.HostWindow = nullptr;
     }
-    // Without a server of ours the slot may be another viewer's, so it is left alone.
+    // If no server was running here, the announcement may be another viewer's: leave it alone.
     if (wasRunning) AnnounceControlServer(false);
 }

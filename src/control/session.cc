@@ -31,7 +31,7 @@ class SessionEnd {
     ~SessionEnd() {
         session_.Count.Enter(SessionStage::Ending);
         RemoveClient(session_.ClientId, session_.ServerRun);
-        // Closing alone may come late: a DisconnectClients under way holds the handle too.
+        // Closing alone isn't enough: a DisconnectClients in progress holds the handle too.
         DisconnectNamedPipe(session_.Pipe->Pipe.Get());
         session_.Pipe.reset();
     }
@@ -63,7 +63,7 @@ bool MayServe(const ClientSession& session) {
     return IsServing(session.ServerRun) && !session.Pipe->Leaving;
 }
 
-/// Appends what has arrived to `pending`, up to 512 bytes, without waiting for more. False once the connection is gone.
+/// Appends what has arrived to `pending`, 512 bytes at most, without waiting. False once the connection is gone.
 bool ReadAvailable(PipeInstance& instance, std::string& pending) {
     const PipeCall call(instance);
     const HANDLE pipe = instance.Pipe.Get();
@@ -97,7 +97,7 @@ unsigned WINAPI RunSessionThread(void* argument) {
     try {
         RunClientSession(*session);
     } catch (...) {
-        // Out of memory. This connection was closed properly, and the others keep running.
+        // Out of memory. This connection is closed; the others keep running.
     }
     return 0;
 }
@@ -120,8 +120,8 @@ void SessionCount::Enter(SessionStage stage) {
 }
 
 void StartClientSession(std::shared_ptr<PipeInstance> pipe, std::uint64_t serverRun) try {
-    // Counted from here on, before its thread exists, so that a stop can't overlook a session that hasn't begun to run.
-    // Once started, the thread owns it.
+    // Counted before its thread exists, so that a stop can't miss a session that hasn't begun to run. Once started, the
+    // thread owns it.
     std::unique_ptr<ClientSession> session(new ClientSession{std::move(pipe), serverRun});
     if (StartDetachedThread(RunSessionThread, session.get())) static_cast<void>(session.release());
 } catch (const std::bad_alloc&) {

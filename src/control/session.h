@@ -1,4 +1,4 @@
-/// The thread of one connected client: reads its greeting, registers it, cuts its bytes into lines and has each
+/// The thread of one connected client: reads its greeting, registers it, splits its bytes into lines and has each one
 /// answered.
 #pragma once
 
@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <memory>
 
-/// Counts one session while it lives, and keeps track of its stage. A stop waits until none is counted.
+/// Counts one session while it lives and tracks its stage. A stop waits for the count to reach 0.
 class SessionCount {
   public:
     SessionCount();
@@ -32,11 +32,10 @@ struct ClientSession {
     SessionCount Count = {};
 };
 
-/// Starts a session on a thread of its own for a connected instance. When no thread can be started, the connection is
-/// closed.
+/// Starts a session on its own thread for a connected instance. Closes the connection if no thread can be started.
 void StartClientSession(std::shared_ptr<PipeInstance> pipe, std::uint64_t serverRun);
 
-/// Serves the client until it leaves, a reply can't be written, the connection is ended from outside or the run of the
-/// server is over. Throws std::bad_alloc when the pending input or a command outgrows memory. On every way out the
-/// client is off the list and its connection closed.
+/// Serves the client until it leaves, a reply can't be written, the connection is ended from outside or the server run
+/// is over. Throws std::bad_alloc if the pending input or a command outgrows memory. However it ends, the client is off
+/// the list and its connection is closed.
 void RunClientSession(ClientSession& session);

@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::int32_t ApiVersion = 11;
 
-/// Copies `text` into a usable buffer of the host's, cut to fit. The caller holds ServerLock.
+/// Copies `text` into the host's buffer, which must be usable, truncated to fit. The caller holds ServerLock.
 void CopyOut(const WideString& text, WCHAR* buffer, std::int32_t capacity) {
     wcsncpy_s(buffer, static_cast<std::size_t>(capacity), text.c_str(), _TRUNCATE);
 }

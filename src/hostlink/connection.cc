@@ -29,8 +29,8 @@ constexpr DWORD GreetingPause = 5;
 struct ControlLink {
     /// Guards the handle and the name, and every byte sent or received on the pipe.
     std::mutex ControlMutex;
-    /// The client end of the pipe. Written under the mutex; atomic because the end of the bridge first looks at it
-    /// without the mutex, so as not to wait for an attempt to connect that is under way.
+    /// The client end of the pipe. Written under the mutex; atomic because CloseControlConnection first checks it
+    /// without the mutex, so as not to wait for a connection attempt in progress.
     std::atomic<HANDLE> ControlHandle = INVALID_HANDLE_VALUE;
     std::string BridgeClientName;
     std::atomic<unsigned char> ControlWatcherStarted = 0;
@@ -54,8 +54,8 @@ bool WriteWhole(HANDLE pipe, std::string_view text) {
            written == text.size();
 }
 
-/// True for the name of a pipe on this machine. The name comes from the registry, where a file or another machine can
-/// be named as well, and `..` leads out of the pipes again: nothing of the kind may ever be opened.
+/// True for the name of a pipe on this machine. The name comes from the registry, which can just as well name a file or
+/// another machine, and `..` would lead out of the pipe namespace. None of these may ever be opened.
 bool IsLocalPipeName(const WideString& name) {
     constexpr WideView prefix = TEXT("\\\\.\\pipe\\");
     if (!ToLowerWide(name).starts_with(prefix)) return false;
@@ -67,7 +67,7 @@ bool IsLocalPipeName(const WideString& name) {
     return true;
 }
 
-/// The refusals that one search has traced. It walks over the pipes ten times a second, mostly to the same result.
+/// The refusals that one search has traced so far. It tries the pipes ten times a second, mostly with the same result.
 using TracedRefusals = std::vector<std::pair<WideString, DWORD>>;
 
 void TraceRefusal(TracedRefusals& traced, const WideString& name, DWORD error) {
@@ -78,7 +78,7 @@ void TraceRefusal(TracedRefusals& traced, const WideString& name, DWORD error) {
     Trace(name, " did not open: Windows error ", error, ". ", SystemErrorText(error));
 }
 
-/// One walk over the pipes that may have a viewer at the other end. Returns the first that opens, or nothing.
+/// One pass over the pipes that may belong to a viewer. Returns the first that opens, or an empty handle.
 OwnedHandle OpenFirstPipe(TracedRefusals& traced) {
     for (const WideString& name : FindControlPipes()) {
         DWORD error = ERROR_SUCCESS;
@@ -90,13 +90,13 @@ OwnedHandle OpenFirstPipe(TracedRefusals& traced) {
             if (pipe) return pipe;
         }
         TraceRefusal(traced, name, error);
-        // The next pass comes back to a busy pipe; in this one the others have their turn.
+        // A busy pipe is retried in the next pass; in this one the others get their turn.
         if (error == ERROR_PIPE_BUSY) WaitNamedPipeW(name.c_str(), BusyPipeWait);
     }
     return {};
 }
 
-/// Searches until a pipe opens or `timeoutMs` is over, which is looked at between two passes only.
+/// Searches until a pipe opens or `timeoutMs` has passed, which is checked only between two passes.
 OwnedHandle SearchPipe(DWORD timeoutMs) {
     TracedRefusals traced;
     const DWORD start = GetTickCount();
@@ -108,8 +108,8 @@ OwnedHandle SearchPipe(DWORD timeoutMs) {
     return {};
 }
 
-/// True once the answer to a greeting has come and is "OK". A pipe of a viewer that hangs opens and takes the greeting
-/// like any other, and nothing ends a read that waits: so only what has arrived is read, until the time is up.
+/// Waits for the answer to a greeting; true if it is "OK". The pipe of a hung viewer opens and accepts the greeting
+/// like any other, and a blocked read has no timeout. So this reads only what has arrived, until GreetingTimeOut is up.
 bool IsGreetingAnswered(HANDLE pipe) {
     std::string answer;
     const DWORD start = GetTickCount();
@@ -139,13 +139,13 @@ bool IsGreetingAnswered(HANDLE pipe) {
     return false;
 }
 
-/// Says HELLO on a pipe just opened. True when the viewer has accepted the client.
+/// Sends HELLO on a newly opened pipe. True if the viewer accepts the client.
 bool Greet(HANDLE pipe, std::string_view clientName) {
     std::string line = HelloPrefix + std::string(clientName);
     // The server takes the greeting with a single read: anything longer would count as a request.
     line.resize(std::min(line.size(), LongestHelloLine - 1));
     line += '\n';
-    // One write for one read. A write that failed shows when the answer is read.
+    // One write for the server's one read. A failed write shows up when the answer is read.
     WriteWhole(pipe, line);
     return IsGreetingAnswered(pipe);
 }
@@ -165,7 +165,7 @@ std::optional<std::string> Exchange(HANDLE pipe, std::string_view line) {
     return reply;
 }
 
-/// One look of the watcher.
+/// One round of the watcher.
 void WatchOnce() {
     const bool found = !FindControlPipes().empty();
     {
@@ -197,7 +197,7 @@ bool ConnectControlPipe(DWORD timeoutMs) try {
     link.ControlHandle = pipe.Release();
     return true;
 } catch (const std::bad_alloc&) {
-    // Short of memory for a moment: an attempt that failed like any other.
+    // Out of memory for a moment: an attempt that failed like any other.
     return false;
 }
 
@@ -210,7 +210,7 @@ std::optional<std::string> SendControlLine(std::string_view line) {
         if (!reply) CloseLocked();
         return reply;
     } catch (const std::bad_alloc&) {
-        CloseLocked();  // the rest of that reply must not be taken for the next one
+        CloseLocked();  // the rest of this reply must not pass for the next one
         throw;
     }
 }
@@ -223,7 +223,7 @@ std::optional<std::string> ReadControlLine(HANDLE pipe) {
         if (ReadFile(pipe, chunk, ReadSize, &count, nullptr) == 0 || count == 0) return std::nullopt;
         const std::string_view arrived(chunk, count);
         lineFeed = arrived.find('\n');
-        // Pictures are large, and fourfold growth leaves less memory behind than the usual twofold.
+        // Pictures are large, and growing fourfold leaves less freed memory behind than doubling does.
         if (line.size() + count > line.capacity()) line.reserve(line.capacity() * 4);
         line.append(arrived.substr(0, lineFeed));
     }
@@ -245,7 +245,7 @@ std::string LastClientName() {
 void StartControlWatcher() {
     unsigned char expected = 0;
     if (!Link().ControlWatcherStarted.compare_exchange_strong(expected, 1)) return;
-    static_cast<void>(PinOwnModule());  // the launcher never unloads it
+    static_cast<void>(PinOwnModule());  // failure does no harm: the launcher never unloads it
     std::thread(ControlWatcher).detach();
 }
 
@@ -255,7 +255,7 @@ void ControlWatcher() {
         try {
             WatchOnce();
         } catch (const std::bad_alloc&) {
-            // Short of memory for a moment: the next look tries again.
+            // Out of memory for a moment: the next round tries again.
         }
     }
 }

@@ -17,8 +17,7 @@ OwnedRegistryKey OpenForReading(HKEY root, LPCWSTR subKey) {
     return OwnedRegistryKey(key);
 }
 
-/// A REG_DWORD value of the announcement. 0 also when it is missing or of another type or size: to all readers that is
-/// the same.
+/// A REG_DWORD value of the announcement; 0 if it is missing or has the wrong type or size.
 DWORD ReadAnnouncedNumber(LPCWSTR valueName) {
     const OwnedRegistryKey key = OpenForReading(HKEY_CURRENT_USER, Announcement::Key);
     if (!key) return 0;
@@ -30,8 +29,7 @@ DWORD ReadAnnouncedNumber(LPCWSTR valueName) {
     return status == ERROR_SUCCESS && type == REG_DWORD && size == sizeof number ? number : 0;
 }
 
-/// True when the image of the process lies directly in `directory`, which is lower-cased; an empty one rejects
-/// nothing.
+/// True if the process's image is directly in `directory`, which is lower-cased. Always true for an empty one.
 bool LiesIn(const WideString& directory, DWORD processId) {
     if (directory.empty()) return true;
     return ToLowerWide(ParentDirectory(GetProcessImagePath(processId))) == directory;
@@ -50,7 +48,7 @@ std::vector<WideString> FindControlPipes() {
     const OwnedHandle snapshot = TakeProcessSnapshot();
     if (!snapshot) return names;
     VisitProcesses(snapshot, [&](const PROCESSENTRY32W& entry) {
-        // The name is tested first: all other processes cost one comparison.
+        // Test the name first: every other process then costs one comparison.
         if (_wcsicmp(entry.szExeFile, ViewerImageName) != 0 || !IsProcessAlive(entry.th32ProcessID)) return;
         if (!LiesIn(ownDirectory, entry.th32ProcessID)) return;
         WideString name = ControlPipeName(entry.th32ProcessID);
@@ -76,7 +74,7 @@ WideString ReadRegistryString(HKEY root, LPCWSTR subKey, LPCWSTR valueName) {
     DWORD size = LongestRegistryString;
     const LSTATUS status = RegQueryValueExW(key.get(), valueName, nullptr, &type, reinterpret_cast<BYTE*>(text), &size);
     if (status != ERROR_SUCCESS || (type != REG_SZ && type != REG_EXPAND_SZ)) return {};
-    // A last odd byte is no code unit.
+    // An odd last byte is dropped.
     text[size / sizeof(WCHAR)] = 0;
     return text;
 }
@@ -85,7 +83,7 @@ bool IsProcessAlive(DWORD processId) {
     if (processId == 0) return false;
     const OwnedHandle process(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
     DWORD exitCode = 0;
-    // Waiting too: a process may have ended with exit code 259, which also means still running.
+    // Wait as well: a process can exit with code 259, which also means still running.
     return process && GetExitCodeProcess(process.Get(), &exitCode) != 0 && exitCode == STILL_ACTIVE &&
            WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT;
 }

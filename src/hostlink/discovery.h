@@ -1,17 +1,17 @@
 /// Which control pipes are worth trying, and in which order: first the one announced in the registry, then one for each
 /// live viewer in the bridge's own directory. Nothing here touches a pipe or keeps state between calls. Errors aren't
-/// reported: they make the list shorter. Any thread.
+/// reported; they only make the list shorter. Any thread.
 #pragma once
 
 #include "text/wide.h"
 
 #include <vector>
 
-/// The names to try, in order, without duplicates. Costs a few reads of the registry, one snapshot of the process table
-/// and queries of the viewers in it.
+/// The names to try, in order, without duplicates. Costs a few registry reads, one snapshot of the process table and a
+/// few queries for each viewer in it.
 std::vector<WideString> FindControlPipes();
 
-/// True when the announcement is enabled and complete, and a process with its id lives.
+/// True if the announcement is enabled and complete, and its process id belongs to a live process.
 bool IsControlServerAnnounced();
 
 /// The text of a REG_SZ or REG_EXPAND_SZ value up to its first NUL, unexpanded; empty on any failure and for a value

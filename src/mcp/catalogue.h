@@ -1,4 +1,4 @@
-/// The constant texts by which the server presents itself to an agent: who it is, what its tools do and how to use
+/// The constant texts that introduce the server to an agent: who it is, what its tools do and how to use
 /// them. Their wording steers agents and is part of the protocol. All are pure ASCII and the same for every client.
 #pragma once
 

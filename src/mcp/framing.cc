@@ -25,14 +25,14 @@ std::optional<std::string> ReadStrippedLine() {
     return line;
 }
 
-/// Calls `write(piece)` for the bytes of `part` as they go out.
+/// Calls `write(piece)` with the bytes of `part` in the form in which they are sent.
 template <typename Write>
 void ForEachPiece(const MessagePart& part, Write write) {
     if (part.Escaped) return EscapeJsonText(part.Text, write);
     write(part.Text);
 }
 
-/// Gathers small pieces into blocks for standard output, which takes a lock on each call.
+/// Collects small pieces into blocks for standard output, which takes a lock on each call.
 class BlockWriter {
   public:
     void Write(std::string_view piece) {
@@ -53,7 +53,7 @@ class BlockWriter {
     std::size_t used_ = 0;
 };
 
-/// Traces a message that was written: its length, and the beginning of its contents.
+/// Traces a message that was written: its length and the start of its contents.
 void TraceAnswer(std::initializer_list<MessagePart> parts) {
     if (TraceLevel == 0) return;
     char beginning[512];
@@ -70,11 +70,11 @@ void TraceAnswer(std::initializer_list<MessagePart> parts) {
 }  // namespace
 
 std::optional<std::string> ReadInputLine() {
-    // The line grows by blocks: growing it for each byte takes longer than reading the byte.
+    // Grow the line by blocks: growing it for each byte takes longer than reading the byte.
     char block[4096];
     std::size_t used = 0;
     std::string line;
-    std::FILE* const input = stdin;  // which is a function call on Windows
+    std::FILE* const input = stdin;  // on Windows, stdin is a function call
     for (int byte = 0; byte != '\n' && (byte = ReadByteUnlocked(input)) != EOF;) {
         block[used++] = static_cast<char>(byte);
         if (used == sizeof block) {
@@ -92,8 +92,8 @@ std::optional<std::size_t> ParseContentLength(const std::string& line) {
     const std::string_view start = std::string_view(line).substr(0, header.size());
     const auto sameLetter = [](char byte, char lower) { return LowerAscii(byte) == lower; };
     if (!std::equal(start.begin(), start.end(), header.begin(), header.end(), sameLetter)) return std::nullopt;
-    // strtoull skips the blanks and tabs before the number. It returns 0 without digits, and nearly every
-    // negative number wraps to a huge one: neither is in range.
+    // strtoull skips the blanks and tabs before the number. It returns 0 if there are no digits, and nearly every
+    // negative number wraps to a huge one: both are out of range.
     const unsigned long long number = std::strtoull(line.c_str() + header.size(), nullptr, 10);
     if (number < 1 || number > LargestFramedBody) return std::nullopt;
     return static_cast<std::size_t>(number);

@@ -1,12 +1,12 @@
-/// Text on its way into a JSON string.
+/// Escapes text for a JSON string.
 #pragma once
 
 #include "text/byte_runs.h"
 
 #include <string_view>
 
-/// Calls `write(piece)` for piece after piece of `text`, escaped for the inside of a JSON string. A piece is valid
-/// during its call only. Bytes from 0x80 up pass unchanged. Allocates nothing.
+/// Escapes `text` for the inside of a JSON string and calls `write(piece)` for one piece after the other. A piece is
+/// valid only during its call. Bytes from 0x80 up pass unchanged. Allocates nothing.
 template <typename Write>
 void EscapeJsonText(std::string_view text, Write write) {
     constexpr ByteSet special = MakeByteSet("\"\\", 0x20);

@@ -4,7 +4,7 @@
 
 namespace {
 
-/// The message from the value of `key` on; empty when there is none.
+/// The rest of the message from the value of `key` on; empty if there is no such key.
 std::string_view TextFromValue(std::string_view message, std::string_view key) {
     const std::string pattern = '"' + std::string(key) + '"';
     const std::size_t found = message.find(pattern);
@@ -18,7 +18,7 @@ bool IsDigit(char byte) {
     return byte >= '0' && byte <= '9';
 }
 
-/// What a backslash and `byte` mean in a string.
+/// The byte that a backslash and `byte` stand for in a string.
 char UnescapedByte(char byte) {
     switch (byte) {
         case 'b': return '\b';
@@ -30,7 +30,7 @@ char UnescapedByte(char byte) {
     }
 }
 
-/// The position after a part of the message; nothing when that part is not well formed.
+/// The position after a part of the message; nothing if that part is malformed.
 using End = std::optional<std::size_t>;
 
 bool IsAt(std::string_view message, std::size_t position, char byte) {

@@ -1,6 +1,6 @@
-/// The functions of user32 and ole32 that only the control server calls. Its host has both loaded; the bridge would pay
-/// twenty milliseconds and a megabyte for them at each start. So they are found at their first call. Calls elsewhere
-/// look like any other: the compiler makes them through the pointers below, which an import library otherwise defines.
+/// The functions of user32 and ole32 that only the control server calls. A viewer has both loaded anyway; importing
+/// them would cost the bridge twenty milliseconds and a megabyte at each start. So each is looked up when it is first
+/// called. Call sites don't change: the compiler calls through these pointers, as if an import library defined them.
 
 #if defined(_WIN32)
 
@@ -8,7 +8,7 @@
 
 namespace {
 
-/// A system function, or null. Its library stays loaded from then on.
+/// A system function, or null. Its library stays loaded.
 template <typename Function>
 Function* FindFunction(const WCHAR* library, const char* name) {
     const HMODULE module = LoadLibraryExW(library, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);

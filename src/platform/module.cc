@@ -11,7 +11,7 @@ std::basic_string<WCHAR> ModulePath(HMODULE module) {
         const DWORD size = length;
         length = GetModuleFileNameW(module, buffer, size);
         if (length == 0) return PathRead::Failed;
-        // A cut path fills the buffer, so only a length with room to spare is complete.
+        // A truncated path fills the buffer, so a path is complete only if there is room to spare.
         return length + 1 < size ? PathRead::Complete : PathRead::BufferTooSmall;
     });
 }

@@ -7,8 +7,7 @@
 #include <string>
 
 /// Keeps this library loaded until the process ends, whatever the host frees: once a thread has started, our code may
-/// still run. Safe to call again. False when the
-/// system refused.
+/// still be running. Safe to call again. False if the system refuses.
 [[nodiscard]] bool PinOwnModule();
 
 /// The full path of `module`; null means the process's main executable. Empty on any failure.

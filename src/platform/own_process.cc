@@ -14,7 +14,7 @@
 
 namespace {
 
-/// When a process started, on a scale that grows; nothing when the system doesn't tell.
+/// When a process started, as a number that grows with time; nothing if the system won't say.
 std::optional<std::uint64_t> StartOf(HANDLE process) {
     FILETIME creation{}, exit{}, kernel{}, user{};
     if (GetProcessTimes(process, &creation, &exit, &kernel, &user) == 0) return std::nullopt;
@@ -23,14 +23,14 @@ std::optional<std::uint64_t> StartOf(HANDLE process) {
 
 #if defined(_WIN32)
 
-/// A function of ntdll's, or null. It comes with every Windows, but not with every toolchain's import library.
+/// A function in ntdll, or null. Every Windows has it, but not every toolchain's import library.
 template <typename Function>
 Function FindInNtdll(const char* name) {
     return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll"), name)));
 }
 
-/// The process that started this one; 0 when the system doesn't tell. Unlike a walk over the table of processes, this
-/// takes no longer on a busy machine.
+/// The id of the process that started this one; 0 if the system won't say. Asks about this process alone: walking the
+/// process table takes longer the more processes there are.
 DWORD ParentId() {
     struct BasicInformation {
         NTSTATUS ExitStatus;
@@ -77,7 +77,7 @@ std::optional<DWORD> UnreadInputAfterItsLastWriter() {
         if (GetLastError() == ERROR_BROKEN_PIPE) return 0;
         return std::nullopt;
     }
-    // A pipe with something left to read looks open to the call above, whether or not anybody holds its other end.
+    // While there is something left to read, the call above can't tell whether anyone still holds the other end.
     struct PipeState {
         ULONG Type, Configuration, MaximumInstances, CurrentInstances, InboundQuota, ReadDataAvailable, OutboundQuota,
             WriteQuotaAvailable, State, End;

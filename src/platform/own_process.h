@@ -1,18 +1,18 @@
-/// This process as the system sees it: who started it, what is left of its input, how it ends for certain.
+/// This process: who started it, what is left of its input, and how to end it for certain.
 #pragma once
 
 #include "platform/owned.h"
 
 #include <optional>
 
-/// The process that started this one, to be waited for. Empty when it can't be opened: it has gone, or it belongs to
-/// somebody else. A later process that was given its id is not taken for it.
+/// A handle to the process that started this one, to wait on. Empty if it can't be opened: it is gone, or belongs to
+/// another user. Never a later process that has reused its id.
 [[nodiscard]] OwnedHandle OpenParentProcess();
 
-/// The number of bytes that wait in standard input, once nobody is left who could write more. Nothing while somebody
-/// is, and for an input that is not a pipe. On Windows it waits while another thread reads that pipe. Any thread.
+/// The number of unread bytes in standard input once its last writer is gone. Returns nothing while there is a writer,
+/// or if the input is not a pipe. On Windows, blocks while another thread is reading that pipe. Any thread.
 [[nodiscard]] std::optional<DWORD> UnreadInputAfterItsLastWriter();
 
-/// Ends this process at once. No library is told and no lock is taken, so nothing can hold it up; and what standard
-/// streams still have in their buffers is lost.
+/// Ends this process at once. Notifies no library and takes no lock, so nothing can hold it up. Whatever is still in
+/// the buffers of standard streams is lost.
 [[noreturn]] void EndOwnProcess(int exitCode);

@@ -1,5 +1,5 @@
-/// The one header that knows the system: the Windows headers, or on another machine the stand-in's declarations of the
-/// same calls, types and codes.
+/// The one header that knows the system: it includes the Windows headers, or elsewhere the stand-in's declarations of
+/// the same calls, types and codes.
 #pragma once
 
 #if defined(_WIN32)

@@ -18,7 +18,7 @@ void VisitProcesses(const OwnedHandle& snapshot, Visit visit) {
     }
 }
 
-/// The entry of `processId` in a snapshot; an entry with id 0 when it isn't there.
+/// The entry of `processId` in a snapshot; an entry with id 0 if it isn't there.
 inline PROCESSENTRY32W FindProcessEntry(const OwnedHandle& snapshot, DWORD processId) {
     PROCESSENTRY32W found{};
     VisitProcesses(snapshot, [&](const PROCESSENTRY32W& entry) {

@@ -8,8 +8,8 @@ namespace {
 
 OwnedHandle StartThread(ThreadBody body, void* argument) {
     // Not std::thread and detach(): in the cross compiler's thread library, a thread that ends before it is detached
-    // leaves its record to the next thread while its own exit still uses it. Then one thread runs twice and another
-    // never, or the process dies. Closing the handle of a thread has no such race.
+    // hands its record to the next thread while its own exit still uses it. Then one thread runs twice and another
+    // never, or the process crashes. Closing a thread's handle has no such race.
     return OwnedHandle(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, body, argument, 0, nullptr)));
 }
 

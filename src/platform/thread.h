@@ -1,4 +1,4 @@
-/// Threads that nobody joins, and a thread that a stop waits for.
+/// Detached threads, and a thread to wait for.
 #pragma once
 
 #include "platform/owned.h"
@@ -7,21 +7,20 @@
 #include <future>
 #endif
 
-/// A thread's body: gets the argument it was started with. No exception may leave it; its result is ignored.
+/// A thread's body: receives the argument it was started with. No exception may leave it; its result is ignored.
 using ThreadBody = unsigned(WINAPI*)(void* argument);
 
-/// Starts `body(argument)` on a thread that nobody joins. False when no thread can be started. If it was, the argument
-/// belongs to the body.
+/// Starts `body(argument)` on a detached thread, which then owns the argument. False if no thread can be started.
 [[nodiscard]] bool StartDetachedThread(ThreadBody body, void* argument);
 
-/// A thread that is waited for. It must have ended when this is destroyed.
+/// A thread to wait for. It must have ended when this is destroyed.
 class JoinableThread {
   public:
-    /// Starts `body(argument)`. False when no thread can be started; nothing runs then.
+    /// Starts `body(argument)`. False if no thread can be started.
     [[nodiscard]] bool Start(ThreadBody body, void* argument);
 
-    /// Waits for at most `milliseconds`. True once the thread has ended, however it did, and when none was started. A
-    /// thread that the system took away at the end of the process has ended too.
+    /// Waits for at most `milliseconds`. True if the thread has ended or none was started. A thread that the system
+    /// terminated at process exit has ended too.
     [[nodiscard]] bool EndsWithin(DWORD milliseconds);
 
   private:

@@ -1,15 +1,15 @@
 /// The agent clients that have a standard name: the bridge recognises them by the image name of its parent process, the
-/// server by the name that a client gives.
+/// server by the name that a client gives itself.
 #pragma once
 
 #include "text/wide.h"
 
 #include <string_view>
 
-/// The name of a client that is not recognised and gives none.
+/// The name of a client that is not recognised and gives no name.
 inline constexpr std::string_view UnnamedClient = "MCP client";
 
-/// Part of a lower-cased name, or all of it; empty means no name passes that test.
+/// Matches a lower-cased name by a part of it, or as a whole. An empty member matches nothing.
 struct NameTest {
     WideView Part;
     WideView Whole;
@@ -25,7 +25,7 @@ struct KnownClient {
     NameTest GivenName;
 };
 
-/// The first row whose test holds decides.
+/// The first row that matches wins.
 inline constexpr KnownClient KnownClients[] = {
     {"Codex MCP client", {TEXT("codex"), {}}, {TEXT("codex"), {}}},
     {"Claude MCP client", {TEXT("claude"), {}}, {TEXT("claude"), {}}},

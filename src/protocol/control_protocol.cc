@@ -34,7 +34,7 @@ std::string EscapeReplyText(std::string_view text) {
 }
 
 std::string UnescapeControlText(std::string text, std::size_t start) {
-    // In place, because a text only gets shorter and replies can be large.
+    // In place, because the text only gets shorter and replies can be large.
     std::size_t end = 0;
     for (std::size_t i = start; i < text.size();) {
         const std::size_t backslash = std::min(text.find('\\', i), text.size());

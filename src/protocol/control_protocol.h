@@ -18,7 +18,7 @@ inline constexpr const WCHAR* ViewerImageName = TEXT("Orvane.exe");
 /// The name of the control pipe for a process id.
 WideString ControlPipeName(DWORD processId);
 
-/// The announcement of a running control server, under HKEY_CURRENT_USER. Each user has one slot.
+/// The announcement of a running control server, under HKEY_CURRENT_USER. There is one slot per user.
 namespace Announcement {
 inline constexpr const WCHAR* Key = TEXT("Software\\Orvane\\MCP");
 inline constexpr const WCHAR* ControlServerEnabled = TEXT("ControlServerEnabled");  // REG_DWORD, 0 or 1

@@ -1,5 +1,5 @@
-/// The verbs of the control pipe, and the table of those that become host commands. A verb's tab belongs to it; what
-/// follows is the payload.
+/// The verbs of the control pipe, and the table of those that become host commands. A verb includes its tab; the
+/// payload comes after it.
 #pragma once
 
 #include "api/exports.h"
@@ -40,7 +40,7 @@ struct HostVerb {
     constexpr bool HasPayload() const { return Literal.ends_with('\t'); }
 };
 
-/// Every verb that becomes a host command. No literal is the beginning of another, so their order doesn't matter.
+/// Every verb that becomes a host command. No literal is a prefix of another, so their order doesn't matter.
 inline constexpr HostVerb HostVerbs[] = {
     {Verb::GetBoardState, HostCommandId_GetBoardState},
     {Verb::SelectNet, HostCommandId_SelectNet},

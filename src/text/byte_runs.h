@@ -1,4 +1,4 @@
-/// Walking through a text in runs of plain bytes, so that long texts are copied in blocks.
+/// Walks through text in runs of plain bytes, so that long texts are copied in blocks.
 #pragma once
 
 #include <array>
@@ -8,7 +8,7 @@
 /// The bytes that end a run.
 using ByteSet = std::array<bool, 256>;
 
-/// The set of the bytes in `bytes`, and of all below `controls`.
+/// The set of the bytes in `bytes` and all bytes below `controls`.
 constexpr ByteSet MakeByteSet(std::string_view bytes, unsigned char controls = 0) {
     ByteSet set{};
     for (const char byte : bytes) set[static_cast<unsigned char>(byte)] = true;
@@ -28,7 +28,7 @@ inline std::size_t FindSpecial(std::string_view text, std::size_t i, const ByteS
     return i;
 }
 
-/// Calls `onRun(run)` for each run of plain bytes and `onSpecial(byte)` for each byte of `special`, in their order.
+/// Calls `onRun(run)` for each run of plain bytes and `onSpecial(byte)` for each byte of `special`, in order.
 template <typename OnRun, typename OnSpecial>
 void WalkByRuns(std::string_view text, const ByteSet& special, OnRun onRun, OnSpecial onSpecial) {
     for (std::size_t start = 0; start < text.size();) {

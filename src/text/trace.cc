@@ -26,7 +26,7 @@ std::string PrintableBytes(std::string_view bytes) {
     constexpr std::size_t most = 500;
     std::size_t length = std::min(bytes.size(), most);
     const auto byteAt = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
-    // No cut inside a character.
+    // Don't cut inside a character.
     while (length > 0 && length < bytes.size() && (byteAt(length) & 0xC0) == 0x80) --length;
     std::string shown;
     for (std::size_t i = 0; i < length; ++i) {

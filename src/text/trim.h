@@ -1,4 +1,4 @@
-/// Trimming byte strings.
+/// Trims byte strings.
 #pragma once
 
 #include <string_view>

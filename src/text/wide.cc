@@ -14,8 +14,8 @@ namespace {
 
 constexpr std::size_t LargestSource = std::numeric_limits<int>::max();
 
-/// The system's conversion into `target`, which has room for `capacity` units; with null it only counts. 0 when there
-/// is nothing to convert, or more than the system takes.
+/// The system's conversion into `target`, which has room for `capacity` units; with null it only counts. 0 if there is
+/// nothing to convert, or more than the system accepts.
 int Convert(std::string_view source, WCHAR* target, int capacity) {
     if (source.empty() || source.size() > LargestSource) return 0;
     return MultiByteToWideChar(CP_UTF8, 0, source.data(), static_cast<int>(source.size()), target, capacity);
@@ -27,7 +27,7 @@ int Convert(WideView source, char* target, int capacity) {
     return WideCharToMultiByte(CP_UTF8, 0, source.data(), length, target, capacity, nullptr, nullptr);
 }
 
-/// Copies unit by unit what no conversion took: ASCII stays, everything else becomes "?".
+/// Copies text that can't be converted, unit by unit: ASCII stays, everything else becomes "?".
 template <typename Target, typename Source>
 Target CopyAsciiOnly(Source source) {
     Target copy;
@@ -42,7 +42,7 @@ Target CopyAsciiOnly(Source source) {
 }  // namespace
 
 WideString Utf8ToWide(std::string_view text) {
-    // The length is given without a terminator: a character cut at the text's end must not take that with it.
+    // The length excludes the terminator, so that a character cut off at the end of the text can't swallow it.
     const std::string_view source = text.substr(0, text.find('\0'));
     const int count = Convert(source, nullptr, 0);
     if (count <= 0) return CopyAsciiOnly<WideString>(text);

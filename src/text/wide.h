@@ -1,4 +1,4 @@
-/// UTF-16 text as the platform and the host take and give it, and its way to and from UTF-8.
+/// UTF-16 text, as the platform and the host use it, and conversion to and from UTF-8.
 #pragma once
 
 #include "platform/platform.h"
@@ -12,11 +12,11 @@ using WideView = std::basic_string_view<WCHAR>;
 /// `text` with towlower applied to each code unit.
 WideString ToLowerWide(WideString text);
 
-/// UTF-8 to UTF-16, up to the first NUL byte. Reports no error: bad bytes become U+FFFD. A text that opens with a
-/// NUL, or that the system cannot convert, is copied byte by byte instead, with "?" for every byte from 128 up.
+/// UTF-8 to UTF-16, up to the first NUL byte. Reports no error: bad bytes become U+FFFD. Text that starts with a NUL,
+/// or that the system can't convert, is copied byte by byte instead, with "?" for every byte from 128 up.
 WideString Utf8ToWide(std::string_view text);
 
-/// The mirror image: UTF-16 to UTF-8, up to the first NUL, with U+FFFD for an unpaired surrogate.
+/// The reverse: UTF-16 to UTF-8, up to the first NUL, with U+FFFD for an unpaired surrogate.
 std::string WideToUtf8(WideView wide);
 
 /// One byte for each code unit: ASCII unchanged, "?" for everything else.

@@ -1,4 +1,4 @@
-/// Builds control lines: a verb and its fields, with a tab between two fields and no line feed.
+/// Builds control lines: a verb and its fields, separated by tabs, without the line feed.
 #pragma once
 
 #include <cstdint>
@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-/// The text as a field: tabs, line feeds and carriage returns become blanks, so that a value can neither end the line
-/// nor shift a later field.
+/// The text as a field: tabs, line feeds and carriage returns become blanks, so a value can't end the line or shift a
+/// later field.
 [[nodiscard]] std::string SanitizeField(std::string_view text);
 
 /// A line under construction. The verb ends with its own tab, so the first field adds none.
@@ -20,7 +20,7 @@ class ControlLine {
     ControlLine& Number(std::int64_t value);
     ControlLine& Flag(bool value);
 
-    /// One edit of an update verb, as two fields: `name`, and the value. Nothing is added without a value.
+    /// One edit of an update verb, as two fields: `name` and the value. Adds nothing if there is no value.
     ControlLine& AppendEditField(std::string_view name, const std::optional<std::string>& value);
     ControlLine& AppendEditField(std::string_view name, std::optional<bool> value);
 

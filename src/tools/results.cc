@@ -11,7 +11,7 @@
 
 namespace {
 
-// A result is ReplyHead, the id, these, and what goes between them.
+// A result is ReplyHead, the id, these pieces and the contents between them.
 constexpr std::string_view TextBlockHead = R"(,"result":{"content":[{"type":"text","text":")";
 constexpr std::string_view ImageBlockHead = R"("},{"type":"image","mimeType":")";
 constexpr std::string_view ImageDataHead = R"(","data":")";
@@ -32,7 +32,7 @@ std::size_t FindMarkerLine(std::string_view text) {
     }
 }
 
-/// The values of a marker line; nothing when one is missing or empty.
+/// The values in a marker line; nothing if one is missing or empty.
 std::optional<ImageMarker> ParseMarkerLine(std::string_view line) {
     const std::size_t mimeTypeKey = line.find(MimeTypeKey, MarkerLiteral.size());
     const std::size_t dataKey = line.find(DataKey, MarkerLiteral.size());
@@ -48,7 +48,7 @@ std::optional<ImageMarker> ParseMarkerLine(std::string_view line) {
 void RunControlCommand(std::string_view idText, std::string_view line) {
     std::optional<std::string> reply;
     try {
-        // Without a connection the first attempt fails at once: the second is how one comes up.
+        // Without a connection the first attempt fails at once; the second one follows a search for a viewer.
         reply = SendControlLine(line);
         if (!reply && EnsureControlConnection(MainThreadConnectTimeOut)) reply = SendControlLine(line);
     } catch (const std::bad_alloc&) {
@@ -78,7 +78,7 @@ void WriteContentResult(std::string_view idText, std::string_view text) {
     if (!image) {
         return WriteMcpMessage({ReplyHead, idText, TextBlockHead, JsonText(before), JsonText(after), SuccessTail});
     }
-    // The data goes out unescaped: base64 has nothing to escape, and checking it would take another pass.
+    // The data is written unescaped: base64 has nothing to escape, and checking that would take another pass.
     WriteMcpMessage({ReplyHead, idText, TextBlockHead, JsonText(before), JsonText(after), ImageBlockHead,
                      JsonText(image->MimeType), ImageDataHead, image->Data, SuccessTail});
 }

@@ -1,6 +1,6 @@
-/// From a control line to one MCP result: the round trip to the viewer, and the results of all tools, text and images.
-/// Bridge's calling thread only. Each function called Run, Render or Write writes exactly one result; Render and Write
-/// allocate nothing on the way.
+/// Turns a control line into one MCP result: the round trip to the viewer, and the results of all tools, text and
+/// images. Each function called Run, Render or Write writes exactly one result; Render and Write do it without
+/// allocating. All run on the bridge's calling thread only.
 #pragma once
 
 #include <optional>
@@ -14,7 +14,7 @@ inline constexpr std::string_view SendFailureText = "Failed to send command to O
 inline constexpr std::string_view ReplyTooLargeText = "Orvane answered, but its reply is too large to pass on.";
 
 /// Sends `line` (without a line feed) to the viewer and writes its answer, or a failure, as the result. If the first
-/// attempt fails, sends once more over a new connection; blocks however long the viewer takes to answer.
+/// attempt fails, sends it once more over a new connection. Blocks however long the viewer takes to answer.
 void RunControlCommand(std::string_view idText, std::string_view line);
 
 /// Writes `reply`, a reply line without its line feed, as a result.
@@ -26,7 +26,7 @@ void WriteTextResult(std::string_view idText, std::string_view text, bool isErro
 /// Writes the result of a successful reply, with an image block when `text` has a marker with a type and data.
 void WriteContentResult(std::string_view idText, std::string_view text);
 
-/// The picture that a marker line carries.
+/// The picture in a marker line.
 struct ImageMarker {
     std::string_view MimeType;
     std::string_view Data;
@@ -35,9 +35,9 @@ struct ImageMarker {
 /// A reply's text taken apart at its first marker line. All are views into that text.
 struct ReplyContent {
     std::string_view TextBefore;
-    /// What follows the marker line. Line ends at the end of the whole remaining text are removed.
+    /// What follows the marker line. Line ends at the very end of the remaining text are removed.
     std::string_view TextAfter;
-    /// Nothing when the marker line lacks a value. The line is removed all the same.
+    /// Nothing if the marker line lacks a value. The line is removed anyway.
     std::optional<ImageMarker> Image;
 };
 

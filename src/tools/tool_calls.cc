@@ -18,8 +18,8 @@ namespace {
 
 // ---- Reading arguments ---------------------------------------------------------------------------------------------
 
-/// One call: the client's id and the whole message, in which every argument is looked up by name. An argument of
-/// another type counts as absent.
+/// One call: the client's id and the whole message, in which each argument is looked up by name. An argument of the
+/// wrong type counts as absent.
 struct ToolCall {
     std::string_view IdText;
     std::string_view Message;
@@ -29,7 +29,7 @@ struct ToolCall {
     std::int32_t Number(std::string_view name, std::int32_t whenAbsent) const {
         return FindJsonInt(Message, name).value_or(whenAbsent);
     }
-    /// A number from 0 to `largest`; any other is moved to the nearer end.
+    /// A number, clamped to the range from 0 to `largest`.
     std::int32_t Clamped(std::string_view name, std::int32_t whenAbsent, std::int32_t largest) const {
         return std::clamp(Number(name, whenAbsent), 0, largest);
     }
@@ -54,14 +54,14 @@ void Send(const ToolCall& call, const ControlLine& line) {
     RunControlCommand(call.IdText, line.Line());
 }
 
-/// The tools whose only argument is a required text.
+/// Runs a tool whose only argument is a required text.
 void SendOneText(const ToolCall& call, std::string_view verb, std::string_view argument, std::string_view whenMissing) {
     const std::string text = call.Text(argument);
     if (text.empty()) return FailCall(call, whenMissing);
     Send(call, ControlLine(verb).Text(text));
 }
 
-/// Adds the edits that the call has among `names`. An empty text is an edit too.
+/// Adds an edit for each of `names` that the call has. An empty text is an edit too.
 void AddTextEdits(ControlLine& line, const ToolCall& call, std::initializer_list<std::string_view> names) {
     for (const std::string_view name : names) line.AppendEditField(name, FindJsonString(call.Message, name));
 }
@@ -120,7 +120,7 @@ void UpdateComponent(const ToolCall& call) {
     Send(call, line);
 }
 
-/// The updates as the client wrote them, or from the string that stands in for them; empty when the call has neither.
+/// The updates as the client wrote them, or else from the fallback string; empty if the call has neither.
 std::string UpdatesArgument(const ToolCall& call) {
     if (const auto updates = FindJsonRawValue(call.Message, "updates")) return std::string(*updates);
     return call.Text("updates_json");
@@ -217,7 +217,7 @@ void ExtractPdfiumText(const ToolCall& call) {
 void RenderPdfPageImage(const ToolCall& call) {
     const std::int32_t page = call.Number("page", 0);
     if (page <= 0) return FailCall(call, "render_pdf_page_image requires a 1-based page argument.");
-    // An image is the point of this tool, so the agent chooses neither the number of hits nor the image flag.
+    // An image is the point of this tool, so the agent can set neither the number of text boxes nor the image flag.
     constexpr std::int32_t limit = 80;
     constexpr bool includeImage = true;
     Send(call, ControlLine(Verb::GetPdfPageContext)

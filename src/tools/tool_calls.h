@@ -1,4 +1,4 @@
-/// The tools: what each reads from a call, what it checks and what it sends to the viewer.
+/// The tools: the arguments that each reads and checks, and the line that it sends to the viewer.
 #pragma once
 
 #include <string_view>
@@ -7,7 +7,7 @@
 /// The names of all tools, in the order of the catalogue.
 [[nodiscard]] std::vector<std::string_view> ToolNames();
 
-/// Carries out one `tools/call`. `idText` is the request's id as JSON text, `message` the whole message. Writes exactly
-/// one result on every path; a failed call's has "isError":true. Bridge's calling thread only; blocks until the viewer
-/// has answered.
+/// Carries out one `tools/call`. `idText` is the request's id as JSON text, `message` the whole message. Always writes
+/// exactly one result; if the call failed, it has "isError":true. Runs on the bridge's calling thread only; blocks
+/// until the viewer has answered.
 void HandleToolCall(std::string_view idText, std::string_view message);
