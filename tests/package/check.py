@@ -12,7 +12,7 @@ import uuid
 
 CHECKOUT = pathlib.Path(__file__).resolve().parents[2]
 EXPORTS = set(re.findall(r"^ +(\w+)$", (CHECKOUT / "src/api/orvane_mcp.def").read_text("utf-8"), re.M))
-SYSTEM = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "user32.dll"}
+SYSTEM = {"advapi32.dll", "kernel32.dll", "msvcrt.dll"}
 
 
 def check(holds, what):

@@ -17,10 +17,6 @@ void Say(const std::string& text) {
     std::cout << "stress: " << text << std::endl;
 }
 
-DWORD Random(DWORD below) {
-    return static_cast<DWORD>(std::rand()) % below;
-}
-
 /// Threads that end by themselves.
 using Crew = std::vector<std::future<void>>;
 
@@ -68,7 +64,7 @@ void BridgesAndRestarts(const WideString& self, int restarts) {
         if (viewer.Read("serving") != "") Say("the viewer did not start"), ++hung;
         const DWORD back = GetTickCount();
         if (i % 10 != 0) {
-            Sleep(50 + Random(400));
+            Sleep(50 + std::rand() % 400);
             continue;
         }
         const bool all = Eventually([&] {
@@ -90,13 +86,10 @@ void BridgesAndRestarts(const WideString& self, int restarts) {
     }
 }
 
-/// Where the sessions are that are counted in this process, such as "1 greeting, ".
+/// How many sessions are starting, greeting, polling, in a command and ending.
 std::string SessionsByStage() {
-    const char* const names[] = {"starting", "greeting", "polling", "in a command", "ending"};
     std::string text;
-    for (std::size_t i = 0; i < std::size(names); ++i) {
-        if (const int count = ServerState().SessionsByStage[i]) text += std::to_string(count) + " " + names[i] + ", ";
-    }
+    for (const std::atomic<std::int32_t>& count : ServerState().SessionsByStage) text += std::to_string(count) + " ";
     return text;
 }
 
@@ -112,29 +105,28 @@ int RunRestartingHost(int rounds) {
     std::cout << "serving" << std::endl;
     for (int i = 0; i < rounds; ++i) {
         ServerTest::Start(host.Handle);
-        Sleep(Random(3) == 0 ? 0 : Random(40));
+        Sleep(std::rand() % 3 == 0 ? 0 : std::rand() % 40);
         const DWORD start = GetTickCount();
         OrvaneMcp_StopControlServer();
         const DWORD took = GetTickCount() - start;
         longest = std::max(longest, took);
         if (took < stopLimit) continue;
         ++atLimit;
-        std::cout << "stop " << i << " ran into its limit: " << SessionsByStage() << std::endl;
+        std::cout << "stop " << i << " ran into its limit, by stage " << SessionsByStage() << std::endl;
     }
     std::cout << rounds << " starts and stops, the longest stop " << longest << " ms; done" << std::endl;
     std::cin.get();
     Sleep(1000);
     const int left = ServerState().ActiveSessions;
-    std::cout << atLimit << " stops at their limit, " << left << " sessions left " << SessionsByStage() << ". "
-              << std::endl;
+    std::cout << atLimit << " stops at their limit, " << left << " sessions left, by stage " << SessionsByStage()
+              << ". " << std::endl;
     return atLimit == 0 && left == 0 && OrvaneMcp_GetClientCount() == 0 ? 0 : 1;
 }
 
 /// A host's starts and stops while clients come and go and the processors have more to do than they can.
 void StartsAndStops(const WideString& self, int rounds) {
     ChildProcess host(self, {"--restarting", std::to_string(rounds)});
-    if (host.Read("serving") != "") Say("the host did not start"), ++hung;
-    host.Read("\n");
+    if (!host.Read("\n").starts_with("serving")) Say("the host did not start"), ++hung;
     const WideString pipe = ControlPipeName(host.Id);
     std::atomic<bool> done = false;
     std::atomic<long> opened = 0;
@@ -145,12 +137,9 @@ void StartsAndStops(const WideString& self, int rounds) {
             while (!done) {
                 OwnedHandle client(
                     CreateFileW(pipe.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-                if (!client) {
-                    Sleep(1);  // between two runs of the server
-                    continue;
-                }
-                ++opened;
-                if (lines == 0) continue;
+                if (!client) Sleep(1);  // between two runs of the server
+                opened += client ? 1 : 0;
+                if (!client || lines == 0) continue;
                 WriteBytes(client.Get(), "HELLO passing\n");
                 MarkedReader reader;
                 for (int i = 0; i < lines && !reader.Until("\n", client.Get()).ends_with("<end>"); ++i) {
