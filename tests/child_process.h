@@ -6,8 +6,7 @@
 /// Makes a pipe of the C library's, with an end to read and one to write that no other program inherits.
 bool MakePipe(int (&ends)[2]);
 
-/// Starts a program on these files as its standard input and output. Returns its process, a handle on Windows and an id
-/// elsewhere, or -1.
+/// Starts a program on these standard files. Returns its process, a handle on Windows and an id elsewhere, or -1.
 std::intptr_t Spawn(const WideString& program, const std::vector<std::string>& arguments, int input, int output,
                     bool isAgents = false);
 

@@ -72,7 +72,7 @@ std::vector<std::string> ServerTest::ClientNames() {
 }
 
 void AskForTrace() {
-    static char level[] = "ORVANE_MCP_TRACE=2";
+    static char level[] = "ORVANE_MCP_TRACE=9";
     putenv(level);
 }
 

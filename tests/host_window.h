@@ -35,7 +35,7 @@ struct ServerTest : testing::Test {
     static std::vector<std::string> ClientNames();
 };
 
-/// Asks the programs that this one starts for a trace at level 2.
+/// Asks the programs that this one starts for a full trace.
 void AskForTrace();
 
 /// The trace of a process in its output, without times, durations, pipes' numbers and the system's words.

@@ -81,8 +81,7 @@ TEST_F(Connection, NeedsAnOkToItsGreeting) {
             for (const std::string& piece : answer) WriteBytes(pipe, piece);
             if (!reply.empty() && reader.Until("\n", pipe) == "line") WriteBytes(pipe, reply), WriteBytes(pipe, "\r\n");
             // The bridge leaves a viewer that says no more.
-            const bool left = answer[0] != endless || reader.Until("\n", pipe) == "<end>";
-            EXPECT_TRUE(left);
+            EXPECT_TRUE(answer[0] != endless || reader.Until("\n", pipe) == "<end>");
             CloseHandle(pipe);
         });
         AnnounceControlServer(true);

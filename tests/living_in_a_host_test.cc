@@ -52,9 +52,7 @@ int RunGuestHost(const std::string& mode) {
     return serving && alone ? 0 : 1;
 }
 
-namespace {
-
-bool Announced() {
+static bool Announced() {
     return !ReadRegistryString(HKEY_CURRENT_USER, Announcement::Key, Announcement::PipeName).empty();
 }
 
@@ -90,5 +88,3 @@ TEST(LivingInAHost, AViewerLeavesTheAnnouncementOfALaterOne) {
     EXPECT_THAT(FindControlPipes(), testing::ElementsAre(ControlPipeName(second.Id)));
     AnnounceControlServer(false);
 }
-
-}  // namespace

@@ -24,8 +24,8 @@ TEST(Utf8, GoesBothWaysUpToANul) {
     EXPECT_EQ(WideToUtf8(units + WideString({0, 'b'})), bytes);
     EXPECT_EQ(Utf8ToWide("\0a\xc2\xb5\x7f\0"s), WideString({0, 'a', '?', '?', 0x7F, 0}));
     EXPECT_EQ(WideToUtf8(WideString({0, 'a', 0xB5, 0x7F, 0x80, 0})), "\0a?\x7f?\0"s);
-    EXPECT_EQ(Utf8ToWide("\xed\xa0\x80-\xf4\x90\x80\x80"), TEXT("\ufffd\ufffd-\ufffd\ufffd\ufffd"))
-        << "as Windows counts";
+    EXPECT_EQ(Utf8ToWide("\xed\xa0\x80-\xf4\x90\x80\x80"),
+              TEXT("\ufffd\ufffd-\ufffd\ufffd\ufffd"));  // as Windows counts
     EXPECT_EQ(WideToUtf8(WideString({'a', 0xD83D, '-', 0xDE00})), "a\xef\xbf\xbd-\xef\xbf\xbd");
 }
 

@@ -50,10 +50,9 @@ inline std::string CountThreadsAndHandles() {
 template <typename Round>
 std::string LeftBehind(Round round, int rounds = 4) {
     std::string left, used;
-    while (rounds-- > 0) {
+    for (; rounds > 0; --rounds, left += used + "; ") {
         const std::string before = std::exchange(used, round());
         if (used == before) return "";
-        left += used + "; ";
     }
     return left;
 }
