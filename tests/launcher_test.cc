@@ -131,8 +131,9 @@ TEST_F(Launcher, TracesWhatItDoesOnItsErrorOutput) {
     bridge.Send(call + "\nContent-Length: " + std::to_string(call.size()) + "\n\n" + call);
     bridge.Input.reset();
     const std::string trace = TraceIn(bridge.Read("<no mark>"), bridge.Id);
-    // The listener may take a moment between two clients.
-    EXPECT_EQ(std::regex_replace(trace, std::regex(".* did not open.*\n"), ""), FileText(ORVANE_TRACES "launcher"));
+    // The listener may take a moment between two clients, and the watcher may connect again while the process ends.
+    EXPECT_THAT(std::regex_replace(trace, std::regex(".* did not open.*\n"), ""),
+                testing::StartsWith(FileText(ORVANE_TRACES "launcher")));
 }
 
 TEST_F(Launcher, TheCheckTellsHowFarAnAgentsCallsGet) {
